@@ -34,6 +34,7 @@ std::atomic<unsigned long> g_jiffies{0};
 std::atomic<long> g_live_allocs{0};
 std::atomic<long> g_total_allocs{0};
 std::atomic<int> g_fail_allocs{0};
+std::atomic<int> g_ok_before_fail{0};
 std::atomic<int> g_locks_held{0};
 std::atomic<long> g_lock_acquisitions{0};
 std::atomic<bool> g_dyndbg{true};
@@ -135,6 +136,18 @@ void worker_main()
 	}
 }
 
+/* Consumes one allocation of the programmed failure sequence. */
+bool alloc_should_fail()
+{
+	for (int ok = g_ok_before_fail.load(); ok > 0;)
+		if (g_ok_before_fail.compare_exchange_weak(ok, ok - 1))
+			return false;
+	for (int f = g_fail_allocs.load(); f > 0;)
+		if (g_fail_allocs.compare_exchange_weak(f, f - 1))
+			return true;
+	return false;
+}
+
 } // namespace
 
 [[noreturn]] void contract_violation(const char *what)
@@ -207,6 +220,7 @@ void reset()
 	g_live_allocs = 0;
 	g_total_allocs = 0;
 	g_fail_allocs = 0;
+	g_ok_before_fail = 0;
 	g_locks_held = 0;
 	g_lock_acquisitions = 0;
 	g_dyndbg = true;
@@ -304,6 +318,13 @@ long total_allocations()
 
 void fail_next_allocations(int n)
 {
+	g_ok_before_fail = 0;
+	g_fail_allocs = n;
+}
+
+void fail_allocations_after(int ok, int n)
+{
+	g_ok_before_fail = ok;
 	g_fail_allocs = n;
 }
 
@@ -327,11 +348,8 @@ extern "C" {
 
 void *vy_plat_zalloc(vy_size size)
 {
-	int f = g_fail_allocs.load();
-	while (f > 0) {
-		if (g_fail_allocs.compare_exchange_weak(f, f - 1))
-			return nullptr;
-	}
+	if (alloc_should_fail())
+		return nullptr;
 	void *p = std::calloc(1, size ? size : 1);
 	if (p) {
 		g_live_allocs++;

@@ -110,6 +110,8 @@ void settle();
 long live_allocations();
 long total_allocations();
 void fail_next_allocations(int n);
+/* Lets the next ok allocations succeed, then fails the n after them. */
+void fail_allocations_after(int ok, int n);
 
 /* ---- locks ------------------------------------------------------------ */
 

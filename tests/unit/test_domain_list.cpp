@@ -1,0 +1,649 @@
+// Per-station domain table: lookup, answers, CNAME circles, the timeout
+// pass, reset, deep copy and the table bound, on the host platform.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "vy_domain_list.h"
+#include "vy_host.h"
+
+namespace {
+
+u32 ip4(u8 a, u8 b, u8 c, u8 d)
+{
+	const u8 bytes[4] = {a, b, c, d};
+	u32 v;
+
+	std::memcpy(&v, bytes, 4);
+	return v;
+}
+
+u16 len_of(const char *s)
+{
+	return static_cast<u16>(std::strlen(s));
+}
+
+size_t count_entries(const domain_hlist &t)
+{
+	size_t n = 0;
+
+	for (const auto &h : t.heads)
+		for (vy_hlist_node *p = h.first; p; p = p->next)
+			n++;
+	return n;
+}
+
+// Names of a circle, starting at e and following cname_list.
+std::vector<std::string> circle_of(domain_entry *e)
+{
+	std::vector<std::string> names{e->domain};
+
+	for (vy_list_head *l = e->cname_list.next; l != &e->cname_list;
+	     l = l->next)
+		names.push_back(vy_container_of(l, domain_entry, cname_list)->domain);
+	return names;
+}
+
+class DomainList : public ::testing::Test {
+protected:
+	void SetUp() override
+	{
+		vy_host::reset();
+		vy_domain_init(&t);
+		// jiffies 0 means "not set": start the clock away from it.
+		vy_host::advance_to(1000);
+	}
+
+	void TearDown() override
+	{
+		debug_level = 1;
+		vy_del_all_domain_hlist(&t);
+		EXPECT_EQ(vy_host::live_allocations(), 0);
+	}
+
+	domain_entry *query(const char *n)
+	{
+		return vy_add_domain_entry(&t, n, len_of(n), 0);
+	}
+	domain_entry *answer(const char *n, u32 ip)
+	{
+		return vy_add_domain_ip(&t, n, len_of(n), ip);
+	}
+	domain_entry *alias(const char *o, const char *tg)
+	{
+		return vy_add_domain_cname(&t, o, len_of(o), tg, len_of(tg));
+	}
+	domain_entry *reject(const char *n, u8 rcode)
+	{
+		return vy_reject_domain(&t, n, len_of(n), rcode);
+	}
+	domain_entry *find(const char *n)
+	{
+		return _vy_find_domain(&t, n, len_of(n));
+	}
+	u32 pass(u32 *avg)
+	{
+		return vy_timeout_domain(&t, avg);
+	}
+
+	domain_hlist t;
+};
+
+TEST(DomainListBucket, SumsTheDocumentedBytes)
+{
+	struct {
+		const char *name;
+		u32 bucket;
+	} cases[] = {
+		{"a", (97u * 3) & 3},                 // byte 0 three times
+		{"ab", (97u + 98 + 98) & 3},          // bytes 0, 1, 1
+		{"abc", (97u + 98 + 99) & 3},         // bytes 0, 1, 2
+		{"abcd", (97u + 98 + 99 + 100) & 3},  // bytes 0, 1, 2, 3
+		{"abcdefg", (97u + 98 + 100 + 103) & 3}, // bytes 0, 1, 3, 6
+	};
+	for (const auto &c : cases)
+		EXPECT_EQ(vy_domain_bucket(c.name, len_of(c.name)), c.bucket)
+			<< c.name;
+	EXPECT_EQ(vy_domain_bucket("abc", 0), 0u);
+}
+
+TEST_F(DomainList, NewEntryIsPendingInItsBucket)
+{
+	domain_entry *e = query("www.example.com");
+
+	ASSERT_NE(e, nullptr);
+	EXPECT_STREQ(e->domain, "www.example.com");
+	EXPECT_EQ(e->query_time, 1000u);
+	EXPECT_EQ(e->last_update, 1000u);
+	EXPECT_EQ(e->is_cname, 0);
+	EXPECT_EQ(e->cname_list.next, &e->cname_list);
+	EXPECT_EQ(t.heads[vy_domain_bucket("www.example.com", 15)].first,
+		  &e->hlist);
+	EXPECT_EQ(t.count, 1u);
+	EXPECT_EQ(vy_is_domain_hlist_empty(&t), 0);
+}
+
+TEST_F(DomainList, RootAndEmptyNamesAreRefused)
+{
+	const char nul_first[] = "\0abc";
+
+	EXPECT_EQ(vy_add_domain_entry(&t, "abc", 0, 0), nullptr);
+	EXPECT_EQ(vy_add_domain_entry(&t, nul_first, 4, 0), nullptr);
+	EXPECT_EQ(vy_add_domain_ip(&t, "abc", 0, ip4(1, 2, 3, 4)), nullptr);
+	EXPECT_EQ(vy_reject_domain(&t, "abc", 0, 3), nullptr);
+	EXPECT_EQ(_vy_find_domain(&t, "abc", 0), nullptr);
+	EXPECT_EQ(vy_is_domain_hlist_empty(&t), 1);
+	EXPECT_EQ(vy_host::total_allocations(), 0);
+}
+
+TEST_F(DomainList, LookupNeedsTheExactLength)
+{
+	// A prefix in the same bucket, so only the length check tells them apart.
+	ASSERT_EQ(vy_domain_bucket("www.example.co", 14),
+		  vy_domain_bucket("www.example.c", 13));
+	domain_entry *longer = query("www.example.co");
+
+	ASSERT_NE(longer, nullptr);
+	EXPECT_EQ(find("www.example.c"), nullptr);
+	EXPECT_EQ(find("www.example.com"), nullptr);
+	EXPECT_EQ(find("www.example.co"), longer);
+	// The parser's buffer goes on after the name: only len bytes count.
+	EXPECT_EQ(_vy_find_domain(&t, "www.example.com", 14), longer);
+
+	domain_entry *shorter = query("www.example.c");
+
+	ASSERT_NE(shorter, nullptr);
+	EXPECT_NE(shorter, longer);
+	EXPECT_EQ(find("www.example.c"), shorter);
+	EXPECT_EQ(find("www.example.co"), longer);
+}
+
+TEST_F(DomainList, OverlongNameIsClampedToTheField)
+{
+	std::string big(200, 'a');
+
+	domain_entry *e = vy_add_domain_entry(&t, big.data(), 200, 0);
+	ASSERT_NE(e, nullptr);
+	EXPECT_EQ(std::strlen(e->domain), VY_DOMAIN_NAME_SIZE - 1u);
+	EXPECT_EQ(_vy_find_domain(&t, big.data(), 200), e);
+	EXPECT_EQ(vy_add_domain_entry(&t, big.data(), 200, 0), e);
+	EXPECT_EQ(t.count, 1u);
+
+	// Names differing only past the field are one entry, never linked to
+	// itself.
+	std::string other = big;
+	other[150] = 'b';
+	EXPECT_EQ(vy_add_domain_cname(&t, big.data(), 200, other.data(), 200),
+		  nullptr);
+	EXPECT_EQ(e->cname_list.next, &e->cname_list);
+	EXPECT_EQ(e->cname_list.prev, &e->cname_list);
+}
+
+TEST_F(DomainList, RepeatedQueryKeepsFirstQueryTime)
+{
+	query("a.example");
+	vy_host::advance_to(1010);
+	domain_entry *e = query("a.example");
+
+	EXPECT_EQ(e->query_time, 1000u);
+	EXPECT_EQ(e->last_update, 1010u);
+	vy_host::advance_to(1030);
+	answer("a.example", ip4(192, 0, 2, 1));
+	EXPECT_EQ(e->latency, vy_plat_jiffies_to_msecs(30));
+	EXPECT_EQ(e->first_latency, vy_plat_jiffies_to_msecs(30));
+	EXPECT_EQ(e->query_time, 0u);
+	EXPECT_EQ(e->last_update, 1030u);
+}
+
+TEST_F(DomainList, RequeryOfAnsweredNameClearsOutcomeKeepsAddresses)
+{
+	domain_entry *e = vy_add_domain_entry(&t, "b.example", 9, 1);
+	vy_host::advance_to(1020);
+	answer("b.example", ip4(192, 0, 2, 7));
+	e->timed_out = 1;
+	e->rcode = 2;
+	ASSERT_NE(e->latency, 0u);
+
+	// A CNAME re-add leaves the flag; only a query clears it.
+	vy_host::advance_to(1040);
+	EXPECT_EQ(vy_add_domain_entry(&t, "b.example", 9, 1), e);
+	EXPECT_EQ(e->is_cname, 1);
+	vy_host::advance_to(1050);
+	EXPECT_EQ(query("b.example"), e);
+	EXPECT_EQ(e->is_cname, 0);
+	EXPECT_EQ(e->latency, 0u);
+	EXPECT_EQ(e->first_latency, 0u);
+	EXPECT_EQ(e->timed_out, 0);
+	EXPECT_EQ(e->rcode, 0);
+	EXPECT_EQ(e->query_time, 1040u);
+	EXPECT_EQ(e->ip_num, 1);
+	EXPECT_EQ(e->ips[0], ip4(192, 0, 2, 7));
+	// A queried name stays queried when re-added as a CNAME target.
+	vy_add_domain_entry(&t, "b.example", 9, 1);
+	EXPECT_EQ(e->is_cname, 0);
+}
+
+TEST_F(DomainList, SixAddressesRotateThroughFourSlots)
+{
+	debug_level = 4;
+	const char *n = "many.example";
+	domain_entry *e = nullptr;
+
+	for (u8 i = 1; i <= 6; i++)
+		e = answer(n, ip4(10, 0, 0, i));
+	ASSERT_NE(e, nullptr);
+	EXPECT_EQ(e->ip_num, 4);
+	EXPECT_EQ(e->ips[0], ip4(10, 0, 0, 5));
+	EXPECT_EQ(e->ips[1], ip4(10, 0, 0, 6));
+	EXPECT_EQ(e->ips[2], ip4(10, 0, 0, 3));
+	EXPECT_EQ(e->ips[3], ip4(10, 0, 0, 4));
+	EXPECT_EQ(e->ip_replace_idx, 2);
+
+	auto lines = vy_host::log_lines(VY_LOG_DEBUG);
+	ASSERT_EQ(lines.size(), 2u);
+	EXPECT_EQ(lines[0].rfind("_vy_add_domain_ip_mapping[", 0), 0u);
+	EXPECT_NE(lines[0].find("]:the domain maps too many IPs so replace an old "
+				"IP with a new IP.\ndomain = many.example, idx = 0, "
+				"old ip = 10.0.0.1, new ip = 10.0.0.5"),
+		  std::string::npos);
+	EXPECT_NE(lines[1].find("idx = 1, old ip = 10.0.0.2, new ip = 10.0.0.6"),
+		  std::string::npos);
+
+	// A repeated address ends the new query and moves nothing.
+	vy_host::advance_to(1005);
+	query(n);
+	vy_host::advance_to(1012);
+	answer(n, ip4(10, 0, 0, 3));
+	EXPECT_EQ(e->query_time, 0u);
+	EXPECT_EQ(e->latency, vy_plat_jiffies_to_msecs(7));
+	EXPECT_EQ(e->ips[0], ip4(10, 0, 0, 5));
+	EXPECT_EQ(e->ips[1], ip4(10, 0, 0, 6));
+	EXPECT_EQ(e->ip_replace_idx, 2);
+	EXPECT_EQ(vy_host::log_lines(VY_LOG_DEBUG).size(), 2u);
+}
+
+TEST_F(DomainList, CnameAnswerReachesWholeCircle)
+{
+	query("www.example.com");
+	vy_host::advance_to(1020);
+	domain_entry *w = alias("www.example.com", "edge.cdn.net");
+	domain_entry *cdn = find("edge.cdn.net");
+
+	ASSERT_NE(w, nullptr);
+	ASSERT_NE(cdn, nullptr);
+	EXPECT_EQ(w->first_latency, vy_plat_jiffies_to_msecs(20));
+	EXPECT_EQ(w->query_time, 1000u); // still waiting for an address
+	EXPECT_EQ(cdn->is_cname, 1);
+	EXPECT_EQ(cdn->query_time, 1020u);
+
+	// A target that has an alias of its own brings it into the circle.
+	alias("edge.cdn.net", "node7.cdn.net");
+	vy_host::advance_to(1025);
+	answer("node7.cdn.net", ip4(203, 0, 113, 9));
+	for (const char *n : {"www.example.com", "edge.cdn.net", "node7.cdn.net"}) {
+		domain_entry *e = find(n);
+		ASSERT_NE(e, nullptr) << n;
+		EXPECT_EQ(e->ip_num, 1) << n;
+		EXPECT_EQ(e->ips[0], ip4(203, 0, 113, 9)) << n;
+		EXPECT_EQ(e->query_time, 0u) << n;
+	}
+	EXPECT_EQ(w->latency, vy_plat_jiffies_to_msecs(25));
+	EXPECT_EQ(w->first_latency, vy_plat_jiffies_to_msecs(20));
+	EXPECT_EQ(circle_of(w).size(), 3u);
+}
+
+TEST_F(DomainList, LinkingTwoCirclesKeepsOwnerCircleFirst)
+{
+	alias("a.test", "b.test");
+	alias("c.test", "d.test");
+	domain_entry *a = alias("a.test", "c.test");
+
+	ASSERT_NE(a, nullptr);
+	EXPECT_EQ(circle_of(a),
+		  (std::vector<std::string>{"a.test", "b.test", "c.test", "d.test"}));
+	// Backward links agree with the forward ones.
+	EXPECT_STREQ(vy_container_of(a->cname_list.prev, domain_entry, cname_list)
+			     ->domain,
+		     "d.test");
+}
+
+TEST_F(DomainList, FailureOfAnyMemberMarksEveryMember)
+{
+	const char *names[] = {"a.test", "b.test", "c.test"};
+
+	alias("a.test", "b.test");
+	alias("b.test", "c.test");
+	vy_host::advance_to(1040);
+	domain_entry *b = reject("b.test", 3);
+
+	ASSERT_EQ(b, find("b.test"));
+	for (const char *n : names) {
+		domain_entry *e = find(n);
+		EXPECT_EQ(e->rcode, 3) << n;
+		EXPECT_EQ(e->query_time, 0u) << n;
+		EXPECT_EQ(e->latency, vy_plat_jiffies_to_msecs(40)) << n;
+		EXPECT_EQ(e->last_update, 1040u) << n;
+	}
+	// An unknown name is created and rejected alone.
+	domain_entry *x = reject("nx.test", 3);
+	ASSERT_NE(x, nullptr);
+	EXPECT_EQ(x->rcode, 3);
+	EXPECT_EQ(circle_of(x).size(), 1u);
+}
+
+TEST_F(DomainList, LinkingSamePairTwiceJoinsNothing)
+{
+	debug_level = 4;
+	domain_entry *w = alias("w.test", "t.test");
+	domain_entry *tg = find("t.test");
+
+	answer("t.test", ip4(198, 51, 100, 1));
+	u32 first = w->first_latency;
+
+	vy_host::advance_to(1100);
+	EXPECT_EQ(alias("w.test", "t.test"), w);
+	vy_host::advance_to(1150);
+	EXPECT_EQ(alias("t.test", "w.test"), tg); // the same circle, seen from t
+
+	auto lines = vy_host::log_lines(VY_LOG_DEBUG);
+	ASSERT_EQ(lines.size(), 2u);
+	EXPECT_EQ(lines[0].rfind("vy_add_domain_cname[", 0), 0u);
+	EXPECT_NE(lines[0].find("]:The domain w.test already had cname t.test before."),
+		  std::string::npos);
+	EXPECT_NE(lines[1].find("]:The domain t.test already had cname w.test before."),
+		  std::string::npos);
+	EXPECT_EQ(circle_of(w).size(), 2u);
+	EXPECT_EQ(count_entries(t), 2u);
+	EXPECT_EQ(w->first_latency, first);
+	EXPECT_EQ(w->last_update, 1150u);
+	// w, re-added as a target in the second call, stays a queried name.
+	EXPECT_EQ(w->is_cname, 0);
+	EXPECT_EQ(tg->is_cname, 1);
+	EXPECT_EQ(tg->last_update, 1150u);
+	EXPECT_EQ(tg->query_time, 1100u); // refreshed by the first repeat
+	EXPECT_EQ(tg->latency, 0u);
+	EXPECT_EQ(tg->ip_num, 1);
+}
+
+TEST_F(DomainList, CnameToItselfChangesNothing)
+{
+	EXPECT_EQ(alias("loop.test", "loop.test"), nullptr);
+	EXPECT_EQ(vy_is_domain_hlist_empty(&t), 1);
+	EXPECT_EQ(vy_host::total_allocations(), 0);
+}
+
+TEST_F(DomainList, AllocationFailureGivesNullSilently)
+{
+	debug_level = 4;
+	vy_host::fail_next_allocations(1);
+	EXPECT_EQ(query("a.test"), nullptr);
+	vy_host::fail_next_allocations(1);
+	EXPECT_EQ(answer("a.test", ip4(1, 1, 1, 1)), nullptr);
+	vy_host::fail_next_allocations(1);
+	EXPECT_EQ(reject("a.test", 2), nullptr);
+	EXPECT_EQ(vy_is_domain_hlist_empty(&t), 1);
+
+	// The owner is made, the target's allocation fails: the owner stays.
+	query("x.test");
+	vy_host::fail_next_allocations(1);
+	EXPECT_EQ(alias("o.test", "x.test"), nullptr);
+	vy_host::fail_next_allocations(1);
+	EXPECT_EQ(alias("x.test", "y.test"), nullptr);
+	EXPECT_NE(find("x.test"), nullptr);
+	EXPECT_EQ(find("y.test"), nullptr);
+	EXPECT_EQ(count_entries(t), 1u);
+	EXPECT_EQ(circle_of(find("x.test")).size(), 1u);
+	EXPECT_TRUE(vy_host::log_lines().empty());
+}
+
+// One entry per case, on its own table, examined by a pass `elapsed`
+// jiffies after the entry's last activity.
+TEST_F(DomainList, TimeoutAggregationAndExpiryBoundaries)
+{
+	enum Kind { Pending, Answered };
+	struct {
+		Kind kind;
+		unsigned long elapsed;
+		u32 status;
+		bool timed_out;
+		bool kept;
+	} cases[] = {
+		{Pending, 1500, VY_STATUS_UNKNOWN, false, true},
+		{Pending, 1501, VY_STATUS_FAIL, true, true}, // stamped, not freed
+		{Answered, 1500, VY_STATUS_OK, false, true},
+		{Answered, 1501, VY_STATUS_UNKNOWN, false, true},
+		{Answered, 30000, VY_STATUS_UNKNOWN, false, true},
+		{Answered, 30001, VY_STATUS_UNKNOWN, false, false},
+	};
+	unsigned long base = 2000;
+
+	for (const auto &c : cases) {
+		SCOPED_TRACE(testing::Message() << c.kind << "/" << c.elapsed);
+		domain_hlist tab;
+		vy_domain_init(&tab);
+		vy_host::advance_to(base);
+		domain_entry *e = vy_add_domain_entry(&tab, "t.test", 6, 0);
+		ASSERT_NE(e, nullptr);
+		if (c.kind == Answered) {
+			vy_host::advance_to(base + 3);
+			vy_add_domain_ip(&tab, "t.test", 6, ip4(1, 2, 3, 4));
+		}
+		unsigned long at = e->last_update + c.elapsed;
+		vy_host::advance_to(at);
+		u32 avg = 99;
+		EXPECT_EQ(vy_timeout_domain(&tab, &avg), c.status);
+		EXPECT_EQ(avg, c.status == VY_STATUS_OK ? vy_plat_jiffies_to_msecs(3)
+							: 0u);
+		EXPECT_EQ(_vy_find_domain(&tab, "t.test", 6) != nullptr, c.kept);
+		EXPECT_EQ(tab.count, c.kept ? 1u : 0u);
+		if (c.kept) {
+			EXPECT_EQ(e->timed_out, c.timed_out);
+			if (c.timed_out) {
+				EXPECT_EQ(e->query_time, 0u);
+				EXPECT_EQ(e->last_update, at);
+			}
+		}
+		vy_del_all_domain_hlist(&tab);
+		base = at + 100;
+	}
+}
+
+TEST_F(DomainList, StatusAndTruncatedAverage)
+{
+	u32 avg = 99;
+
+	// Only a pending query and an answered CNAME target: nothing decided.
+	query("pending.test");
+	vy_add_domain_entry(&t, "target.test", 11, 1);
+	vy_host::advance_to(1001);
+	answer("target.test", ip4(1, 1, 1, 1));
+	EXPECT_EQ(pass(&avg), VY_STATUS_UNKNOWN);
+	EXPECT_EQ(avg, 0u);
+
+	// Every recent queried name timed out.
+	vy_host::advance_to(2501);
+	EXPECT_EQ(pass(&avg), VY_STATUS_FAIL);
+	EXPECT_EQ(avg, 0u);
+
+	// Answers (an address or a failure) outweigh a timeout, even one
+	// visited after them; 10+20+25 jiffies.
+	ASSERT_LT(vy_domain_bucket("a.test", 6), vy_domain_bucket("late.test", 9));
+	vy_host::advance_to(2550);
+	query("late.test");
+	struct {
+		const char *name;
+		unsigned long wait;
+		bool fail;
+	} answers[] = {{"a.test", 10, false}, {"b.test", 20, true}, {"c.test", 25, false}};
+	unsigned long now = 2600;
+	u32 sum = 0;
+	for (const auto &a : answers) {
+		vy_host::advance_to(now);
+		query(a.name);
+		vy_host::advance_to(now + a.wait);
+		if (a.fail)
+			reject(a.name, 2);
+		else
+			answer(a.name, ip4(9, 9, 9, 9));
+		sum += vy_plat_jiffies_to_msecs(a.wait);
+		now += 50;
+	}
+	vy_host::advance_to(2550 + 1501);
+	EXPECT_EQ(pass(&avg), VY_STATUS_OK);
+	EXPECT_EQ(find("late.test")->timed_out, 1);
+	EXPECT_EQ(avg, sum / 3); // 550 / 3: truncated
+	EXPECT_EQ(avg, 183u);
+}
+
+TEST_F(DomainList, ResetPendingThenExpiry)
+{
+	domain_entry *done = answer("done.test", ip4(1, 2, 3, 4));
+	query("wait.test");
+	query("again.test");
+	vy_host::advance_to(1010);
+
+	vy_reset_pending_domain(&t);
+	domain_entry *w = find("wait.test");
+	EXPECT_EQ(w->query_time, 0u);
+	EXPECT_EQ(w->last_update, 0u);
+	EXPECT_EQ(w->timed_out, 0);
+	EXPECT_EQ(done->last_update, 1000u);
+
+	// A new query before the pass revives its entry.
+	query("again.test");
+	u32 avg = 0;
+	EXPECT_EQ(pass(&avg), VY_STATUS_OK);
+	EXPECT_EQ(find("wait.test"), nullptr);
+	EXPECT_NE(find("again.test"), nullptr);
+	EXPECT_NE(find("done.test"), nullptr);
+	EXPECT_EQ(t.count, 2u);
+}
+
+TEST_F(DomainList, ExpiryUnlinksFromCircle)
+{
+	alias("old.test", "mid.test");
+	answer("mid.test", ip4(5, 5, 5, 1)); // both answered at 1000
+	vy_host::advance_to(20000);
+	domain_entry *mid = alias("mid.test", "new.test"); // "old" goes stale
+	ASSERT_NE(mid, nullptr);
+
+	vy_host::advance_to(31001);
+	u32 avg;
+	pass(&avg);
+	EXPECT_EQ(find("old.test"), nullptr);
+	EXPECT_EQ(circle_of(mid), (std::vector<std::string>{"mid.test", "new.test"}));
+	answer("new.test", ip4(5, 5, 5, 5)); // walks the circle: must not touch "old"
+	EXPECT_EQ(mid->ip_num, 2);
+}
+
+TEST_F(DomainList, DeepCopyReversesEachBucket)
+{
+	std::vector<std::string> same;
+	for (int i = 0; same.size() < 3; i++) {
+		std::string n = "h" + std::to_string(i) + ".test";
+		if (vy_domain_bucket(n.data(), len_of(n.c_str())) == 1)
+			same.push_back(n);
+	}
+	for (const auto &n : same)
+		answer(n.c_str(), ip4(10, 1, 1, 1));
+	ASSERT_NE(vy_domain_bucket("alias.test", 10), 1u);
+	alias(same[0].c_str(), "alias.test");
+
+	domain_hlist copy;
+	ASSERT_EQ(vy_copy_domain_hlist(&copy, &t), 0);
+	EXPECT_EQ(copy.count, t.count);
+
+	std::vector<std::string> src_order, copy_order;
+	for (vy_hlist_node *p = t.heads[1].first; p; p = p->next)
+		src_order.push_back(vy_container_of(p, domain_entry, hlist)->domain);
+	for (vy_hlist_node *p = copy.heads[1].first; p; p = p->next) {
+		domain_entry *c = vy_container_of(p, domain_entry, hlist);
+		domain_entry *s = find(c->domain);
+		ASSERT_NE(s, nullptr);
+		EXPECT_NE(c, s);
+		EXPECT_EQ(c->ips[0], s->ips[0]);
+		EXPECT_EQ(c->latency, s->latency);
+		EXPECT_EQ(c->query_time, s->query_time);
+		copy_order.push_back(c->domain);
+	}
+	ASSERT_EQ(src_order.size(), 3u);
+	EXPECT_EQ(copy_order,
+		  (std::vector<std::string>(src_order.rbegin(), src_order.rend())));
+	EXPECT_EQ(count_entries(copy), count_entries(t));
+
+	vy_del_all_domain_hlist(&copy);
+	EXPECT_EQ(vy_is_domain_hlist_empty(&copy), 1);
+	// The source's circle survives the copy's release.
+	EXPECT_EQ(circle_of(find(same[0].c_str())).size(), 2u);
+}
+
+TEST_F(DomainList, DeepCopyOutOfMemoryIsReportedWithoutLeak)
+{
+	for (const char *n : {"a.test", "b.test", "c.test", "d.test"})
+		query(n);
+
+	for (int ok : {0, 2}) {
+		domain_hlist copy;
+		vy_host::fail_allocations_after(ok, 1);
+		EXPECT_EQ(vy_copy_domain_hlist(&copy, &t), 1);
+		/* What was copied before the failure stays linked for its
+		 * holder to free. */
+		EXPECT_EQ(count_entries(copy), (std::size_t)ok);
+		EXPECT_EQ(copy.count, (u32)ok);
+		vy_del_all_domain_hlist(&copy);
+		EXPECT_EQ(vy_host::live_allocations(), 4);
+		EXPECT_EQ(count_entries(t), 4u);
+	}
+}
+
+TEST_F(DomainList, TableHoldsAtMost512Names)
+{
+	char name[32];
+	for (int i = 0; i < VY_DOMAIN_MAX_ENTRIES; i++) {
+		std::snprintf(name, sizeof(name), "n%d.test", i);
+		ASSERT_NE(query(name), nullptr) << name;
+	}
+	EXPECT_EQ(t.count, 512u);
+	EXPECT_EQ(query("extra.test"), nullptr);
+	EXPECT_EQ(answer("extra.test", ip4(1, 1, 1, 1)), nullptr);
+	EXPECT_EQ(alias("n1.test", "extra.test"), nullptr);
+	EXPECT_EQ(count_entries(t), 512u);
+	EXPECT_EQ(vy_host::live_allocations(), 512);
+
+	// Known names are still refreshed and answered.
+	vy_host::advance_to(1200);
+	domain_entry *e = answer("n7.test", ip4(2, 2, 2, 2));
+	ASSERT_NE(e, nullptr);
+	EXPECT_EQ(e->latency, vy_plat_jiffies_to_msecs(200));
+	EXPECT_EQ(alias("n7.test", "n8.test"), e);
+
+	// Expiry makes room again.
+	find("n3.test")->last_update = 0;
+	u32 avg;
+	pass(&avg);
+	EXPECT_EQ(t.count, 511u);
+	EXPECT_NE(query("extra.test"), nullptr);
+	EXPECT_EQ(query("extra2.test"), nullptr);
+}
+
+TEST_F(DomainList, DeleteAllFreesEverything)
+{
+	alias("a.test", "b.test");
+	answer("b.test", ip4(1, 2, 3, 4));
+	query("c.test");
+	ASSERT_GT(vy_host::live_allocations(), 0);
+
+	vy_del_all_domain_hlist(&t);
+	EXPECT_EQ(vy_host::live_allocations(), 0);
+	EXPECT_EQ(vy_is_domain_hlist_empty(&t), 1);
+	EXPECT_EQ(t.count, 0u);
+	EXPECT_EQ(find("a.test"), nullptr);
+	vy_del_all_domain_hlist(nullptr);
+	EXPECT_EQ(vy_is_domain_hlist_empty(nullptr), 1);
+	// The table is usable again.
+	EXPECT_NE(query("a.test"), nullptr);
+}
+
+} // namespace
