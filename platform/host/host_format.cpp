@@ -7,6 +7,16 @@
  */
 #include <cxxabi.h>
 #include <dlfcn.h>
+#include <elf.h>
+#include <fcntl.h>
+#include <link.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <mutex>
+#include <vector>
 
 #include <cstdarg>
 #include <cstdint>
@@ -19,12 +29,103 @@
 
 namespace vy_host {
 
+/*
+ * The kernel's %pS resolves static functions too; dladdr only sees the
+ * dynamic symbol table. So the executable's full symbol table is read once
+ * (mapped, bounds-checked) and searched for the function holding addr.
+ */
+struct FuncSym {
+	std::uintptr_t start, size;
+	std::string name;
+};
+
+static std::vector<FuncSym> load_symtab()
+{
+	std::vector<FuncSym> out;
+	int fd = ::open("/proc/self/exe", O_RDONLY);
+	if (fd < 0)
+		return out;
+	struct stat st;
+	void *map = MAP_FAILED;
+	if (fstat(fd, &st) == 0 && st.st_size > (off_t)sizeof(Elf64_Ehdr))
+		map = mmap(nullptr, st.st_size, PROT_READ, MAP_PRIVATE, fd, 0);
+	::close(fd);
+	if (map == MAP_FAILED)
+		return out;
+	const char *base = (const char *)map;
+	std::size_t size = (std::size_t)st.st_size;
+	auto inside = [&](std::uint64_t off, std::uint64_t len) {
+		return off <= size && len <= size - off;
+	};
+	const Elf64_Ehdr *eh = (const Elf64_Ehdr *)base;
+	/* The load bias of a position-independent executable. */
+	std::uintptr_t bias = 0;
+	dl_iterate_phdr(
+		[](struct dl_phdr_info *info, std::size_t, void *data) {
+			*(std::uintptr_t *)data = info->dlpi_addr;
+			return 1; /* the first object is the executable */
+		},
+		&bias);
+	if (std::memcmp(eh->e_ident, ELFMAG, SELFMAG) == 0 &&
+	    eh->e_ident[EI_CLASS] == ELFCLASS64 &&
+	    inside(eh->e_shoff, (std::uint64_t)eh->e_shnum * sizeof(Elf64_Shdr))) {
+		const Elf64_Shdr *sh = (const Elf64_Shdr *)(base + eh->e_shoff);
+		for (unsigned i = 0; i < eh->e_shnum; i++) {
+			if (sh[i].sh_type != SHT_SYMTAB || sh[i].sh_link >= eh->e_shnum)
+				continue;
+			const Elf64_Shdr &strs = sh[sh[i].sh_link];
+			if (!inside(sh[i].sh_offset, sh[i].sh_size) ||
+			    !inside(strs.sh_offset, strs.sh_size))
+				continue;
+			const Elf64_Sym *sym = (const Elf64_Sym *)(base + sh[i].sh_offset);
+			std::size_t n = sh[i].sh_size / sizeof(Elf64_Sym);
+			for (std::size_t k = 0; k < n; k++) {
+				if (ELF64_ST_TYPE(sym[k].st_info) != STT_FUNC ||
+				    !sym[k].st_value || sym[k].st_name >= strs.sh_size)
+					continue;
+				const char *nm = base + strs.sh_offset + sym[k].st_name;
+				std::size_t maxlen = strs.sh_size - sym[k].st_name;
+				out.push_back({bias + sym[k].st_value, sym[k].st_size,
+					       std::string(nm, strnlen(nm, maxlen))});
+			}
+		}
+	}
+	munmap(map, size);
+	std::sort(out.begin(), out.end(),
+		  [](const FuncSym &a, const FuncSym &b) { return a.start < b.start; });
+	return out;
+}
+
+static bool find_symbol(const void *addr, std::string *name, std::uintptr_t *off)
+{
+	static std::once_flag once;
+	static std::vector<FuncSym> *syms;
+	std::call_once(once, [] { syms = new std::vector<FuncSym>(load_symtab()); });
+	std::uintptr_t a = (std::uintptr_t)addr;
+	auto it = std::upper_bound(syms->begin(), syms->end(), a,
+				   [](std::uintptr_t v, const FuncSym &s) { return v < s.start; });
+	if (it == syms->begin())
+		return false;
+	--it;
+	if (a >= it->start + std::max<std::uintptr_t>(it->size, 1))
+		return false;
+	*name = it->name;
+	*off = a - it->start;
+	return true;
+}
+
 static std::string symbol_name(const void *addr)
 {
 	Dl_info info;
-	if (!dladdr(addr, &info) || !info.dli_sname)
+	std::string name;
+	std::uintptr_t offset = 0;
+	if (find_symbol(addr, &name, &offset)) {
+		info.dli_saddr = (void *)((std::uintptr_t)addr - offset);
+	} else if (dladdr(addr, &info) && info.dli_sname) {
+		name = info.dli_sname;
+	} else {
 		return "?";
-	std::string name = info.dli_sname;
+	}
 	int status = 0;
 	char *dem = abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status);
 	if (status == 0 && dem) {
