@@ -11,6 +11,9 @@ JOBS ?= $(shell nproc)
 .PHONY: all host deps check check-host clean
 all: host
 
+# Every suite: host tests under ASan/UBSan, the kernel modules, the VM.
+check: deps check-host module vm-check
+
 deps:
 	@scripts/install-deps.sh host
 
@@ -20,8 +23,14 @@ $(BUILD)/CMakeCache.txt:
 host: $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j$(JOBS)
 
+# The GoogleTest binaries run directly (their own summary is the record);
+# CTest runs everything else (scenario and script tests).
+VY_GTEST_BINARIES = $(BUILD)/tests/veyra_unit $(wildcard $(BUILD)/tests/*/veyra_*_tests)
+
 check-host: host
-	cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
+	@set -e; for t in $(VY_GTEST_BINARIES); do \
+		echo "== $$t"; $$t --gtest_brief=1; done
+	cd $(BUILD) && ctest --output-on-failure -j$(JOBS) -LE gtest
 
 clean:
 	rm -rf $(BUILD)
