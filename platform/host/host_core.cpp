@@ -85,6 +85,7 @@ std::function<void(const Event &)> g_sink;
 
 /* ---- rate limit: 10 lines per 5 s of simulated time ---- */
 std::mutex g_rl_mu;
+bool g_rl_started = false;
 unsigned long g_rl_begin = 0;
 int g_rl_printed = 0;
 
@@ -226,6 +227,7 @@ void reset()
 	g_dyndbg = true;
 	{
 		std::lock_guard<std::mutex> lk(g_rl_mu);
+		g_rl_started = false;
 		g_rl_begin = 0;
 		g_rl_printed = 0;
 	}
@@ -563,8 +565,9 @@ int vy_plat_log_ratelimit(void)
 {
 	std::lock_guard<std::mutex> lk(g_rl_mu);
 	unsigned long now = g_jiffies.load();
-	if (!g_rl_begin || now - g_rl_begin > 5 * VY_HZ) {
-		g_rl_begin = now ? now : 1;
+	if (!g_rl_started || now - g_rl_begin > 5 * VY_HZ) {
+		g_rl_started = true;
+		g_rl_begin = now;
 		g_rl_printed = 0;
 	}
 	if (g_rl_printed < 10) {

@@ -1,0 +1,294 @@
+// Builders for the messages the parsers read: DNS messages from names,
+// pointers and records; DHCP messages from the fixed part and options.
+// Counts and lengths are filled from what was added unless a test sets
+// them on purpose.
+#ifndef VY_TEST_MSG_BUILDER_H
+#define VY_TEST_MSG_BUILDER_H
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace msg {
+
+using Bytes = std::vector<std::uint8_t>;
+using Ip = std::array<std::uint8_t, 4>;
+using Mac = std::array<std::uint8_t, 6>;
+
+/* An address as the parsers hand it on: the four bytes in network order. */
+inline std::uint32_t ip_value(const Ip &ip)
+{
+	std::uint32_t v;
+
+	std::memcpy(&v, ip.data(), 4);
+	return v;
+}
+
+inline Bytes operator+(Bytes a, const Bytes &b)
+{
+	a.insert(a.end(), b.begin(), b.end());
+	return a;
+}
+
+/* ---- DNS names ---------------------------------------------------------- */
+
+/* One label: its length byte, then its bytes. */
+inline Bytes label(const std::string &s)
+{
+	Bytes b{static_cast<std::uint8_t>(s.size())};
+
+	b.insert(b.end(), s.begin(), s.end());
+	return b;
+}
+
+/* The labels of a dotted name, without the terminating zero byte. */
+inline Bytes labels(const std::string &dotted)
+{
+	Bytes out;
+	size_t start = 0;
+
+	if (dotted.empty())
+		return out;
+	for (;;) {
+		size_t dot = dotted.find('.', start);
+		std::string part = dotted.substr(start, dot - start);
+
+		out = out + label(part);
+		if (dot == std::string::npos)
+			break;
+		start = dot + 1;
+	}
+	return out;
+}
+
+/* A complete uncompressed name: its labels and the zero byte. */
+inline Bytes name(const std::string &dotted)
+{
+	return labels(dotted) + Bytes{0};
+}
+
+/* A compression pointer to an offset from the message start. */
+inline Bytes ptr(std::uint16_t offset)
+{
+	return Bytes{static_cast<std::uint8_t>(0xC0 | (offset >> 8)),
+		     static_cast<std::uint8_t>(offset & 0xFF)};
+}
+
+/* Labels of a dotted name (possibly empty) ended by a pointer. */
+inline Bytes name_ptr(const std::string &dotted, std::uint16_t offset)
+{
+	return labels(dotted) + ptr(offset);
+}
+
+inline std::string repeat(char c, size_t n)
+{
+	return std::string(n, c);
+}
+
+/* ---- DNS messages ------------------------------------------------------- */
+
+constexpr std::uint16_t kTypeA = 1;
+constexpr std::uint16_t kTypeCname = 5;
+constexpr std::uint16_t kTypeAaaa = 28;
+constexpr std::uint16_t kTypeRrsig = 46;
+constexpr std::uint16_t kQuestionOffset = 12;
+
+class Dns {
+public:
+	Dns &response(std::uint8_t rcode = 0)
+	{
+		flags_ = static_cast<std::uint16_t>(0x8180 | (rcode & 0x0F));
+		return *this;
+	}
+	Dns &query()
+	{
+		flags_ = 0x0100;
+		return *this;
+	}
+	Dns &flags(std::uint16_t f)
+	{
+		flags_ = f;
+		return *this;
+	}
+	Dns &qdcount(std::uint16_t n)
+	{
+		qdcount_ = n;
+		return *this;
+	}
+	Dns &ancount(std::uint16_t n)
+	{
+		ancount_ = n;
+		return *this;
+	}
+
+	/* Offset from the message start where the next item goes. */
+	std::uint16_t here() const
+	{
+		return static_cast<std::uint16_t>(12 + body_.size());
+	}
+
+	Dns &question(const Bytes &qname, std::uint16_t qtype = kTypeA,
+		      std::uint16_t qclass = 1)
+	{
+		body_ = body_ + qname;
+		put16(qtype);
+		put16(qclass);
+		questions_++;
+		return *this;
+	}
+	Dns &question(const std::string &dotted, std::uint16_t qtype = kTypeA)
+	{
+		return question(name(dotted), qtype);
+	}
+
+	/* One resource record; rdlength defaults to the RDATA's size. */
+	Dns &record(const Bytes &owner, std::uint16_t type, const Bytes &rdata,
+		    std::optional<std::uint16_t> rdlength = std::nullopt)
+	{
+		body_ = body_ + owner;
+		put16(type);
+		put16(1); /* IN */
+		put16(0); /* TTL: 300 s */
+		put16(300);
+		put16(rdlength ? *rdlength
+			       : static_cast<std::uint16_t>(rdata.size()));
+		body_ = body_ + rdata;
+		records_++;
+		return *this;
+	}
+	Dns &a(const Bytes &owner, const Ip &ip)
+	{
+		return record(owner, kTypeA, Bytes(ip.begin(), ip.end()));
+	}
+	Dns &cname(const Bytes &owner, const Bytes &target)
+	{
+		return record(owner, kTypeCname, target);
+	}
+
+	/* Bytes appended as they are (a name a pointer will lead to, junk). */
+	Dns &raw(const Bytes &b)
+	{
+		body_ = body_ + b;
+		return *this;
+	}
+
+	Bytes build() const
+	{
+		Bytes m(12, 0);
+
+		m[0] = 0x12;
+		m[1] = 0x34;
+		set16(m, 2, flags_);
+		set16(m, 4, qdcount_ ? *qdcount_ : questions_);
+		set16(m, 6, ancount_ ? *ancount_ : records_);
+		return m + body_;
+	}
+
+private:
+	void put16(std::uint16_t v)
+	{
+		body_.push_back(static_cast<std::uint8_t>(v >> 8));
+		body_.push_back(static_cast<std::uint8_t>(v));
+	}
+	static void set16(Bytes &m, size_t at, std::uint16_t v)
+	{
+		m[at] = static_cast<std::uint8_t>(v >> 8);
+		m[at + 1] = static_cast<std::uint8_t>(v);
+	}
+
+	std::uint16_t flags_ = 0x0100;
+	std::optional<std::uint16_t> qdcount_;
+	std::optional<std::uint16_t> ancount_;
+	std::uint16_t questions_ = 0;
+	std::uint16_t records_ = 0;
+	Bytes body_;
+};
+
+/* ---- DHCP messages ------------------------------------------------------ */
+
+constexpr size_t kDhcpFixed = 240;
+constexpr size_t kDhcpMax = 552;
+
+constexpr std::uint8_t kOptPad = 0;
+constexpr std::uint8_t kOptRouter = 3;
+constexpr std::uint8_t kOptDns = 6;
+constexpr std::uint8_t kOptHostname = 12;
+constexpr std::uint8_t kOptRequestedIp = 50;
+constexpr std::uint8_t kOptMessageType = 53;
+constexpr std::uint8_t kOptServerId = 54;
+constexpr std::uint8_t kOptEnd = 255;
+
+class Dhcp {
+public:
+	Dhcp()
+	{
+		m_.assign(kDhcpFixed, 0);
+		m_[0] = 1; /* BOOTREQUEST */
+		m_[1] = 1; /* Ethernet */
+		m_[2] = 6;
+		m_[236] = 0x63;
+		m_[237] = 0x82;
+		m_[238] = 0x53;
+		m_[239] = 0x63;
+	}
+
+	Dhcp &ciaddr(const Ip &ip) { return put(12, ip.data(), 4); }
+	Dhcp &yiaddr(const Ip &ip) { return put(16, ip.data(), 4); }
+	Dhcp &siaddr(const Ip &ip) { return put(20, ip.data(), 4); }
+	Dhcp &chaddr(const Mac &mac) { return put(28, mac.data(), 6); }
+	Dhcp &cookie(const std::array<std::uint8_t, 4> &c)
+	{
+		return put(236, c.data(), 4);
+	}
+
+	/* Code, length byte (the data's size unless given), data. */
+	Dhcp &option(std::uint8_t code, const Bytes &data,
+		     std::optional<std::uint8_t> len = std::nullopt)
+	{
+		m_.push_back(code);
+		m_.push_back(len ? *len : static_cast<std::uint8_t>(data.size()));
+		m_.insert(m_.end(), data.begin(), data.end());
+		return *this;
+	}
+	Dhcp &type(std::uint8_t t) { return option(kOptMessageType, {t}); }
+	Dhcp &addr_option(std::uint8_t code, const Ip &ip)
+	{
+		return option(code, Bytes(ip.begin(), ip.end()));
+	}
+	Dhcp &hostname(const std::string &h)
+	{
+		return option(kOptHostname, Bytes(h.begin(), h.end()));
+	}
+	Dhcp &raw(const Bytes &b)
+	{
+		m_.insert(m_.end(), b.begin(), b.end());
+		return *this;
+	}
+	/* Zero bytes up to a total size (the usual padding after END). */
+	Dhcp &pad_to(size_t size)
+	{
+		if (m_.size() < size)
+			m_.resize(size, 0);
+		return *this;
+	}
+
+	size_t size() const { return m_.size(); }
+	Bytes build() const { return m_; }
+
+private:
+	Dhcp &put(size_t at, const std::uint8_t *p, size_t n)
+	{
+		std::memcpy(&m_[at], p, n);
+		return *this;
+	}
+
+	Bytes m_;
+};
+
+} // namespace msg
+
+#endif
