@@ -1,0 +1,595 @@
+// Station table: joins and leaves from umac, deletion, the copy walk, the
+// listener accounting and force_listen; and the two notification senders.
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "vy_host.h"
+#include "vy_notify.h"
+#include "vy_sta_list.h"
+
+extern s32 vy_listeners;
+
+// Sends both notifications from a named function, so that the notices'
+// caller can be told apart from the senders themselves.
+__attribute__((noinline)) void sta_test_notify_caller(const sta *s)
+{
+	vy_notify_sta_dhcp(s);
+	vy_notify_sta_dns(s);
+	__asm__ volatile("" ::: "memory"); // keeps both calls out of tail position
+}
+
+namespace {
+
+using vy_host::Event;
+using vy_host::EventKind;
+
+struct Mac {
+	u8 b[ETH_ALEN];
+};
+
+// The last byte picks the bucket (its low three bits).
+Mac mac_of(u8 hi, u8 last)
+{
+	return Mac{{0x02, 0x00, 0x00, 0x00, hi, last}};
+}
+
+std::string mac_str(const Mac &m)
+{
+	char s[18];
+
+	std::snprintf(s, sizeof(s), "%02x:%02x:%02x:%02x:%02x:%02x", m.b[0],
+		      m.b[1], m.b[2], m.b[3], m.b[4], m.b[5]);
+	return s;
+}
+
+u32 ip4(u8 a, u8 b, u8 c, u8 d)
+{
+	const u8 bytes[4] = {a, b, c, d};
+	u32 v;
+
+	std::memcpy(&v, bytes, 4);
+	return v;
+}
+
+// The text of a log line at level from func, without its "func[line]:" or
+// "func:line:" prefix; the texts of all such lines.
+std::vector<std::string> logs_of(int level, const std::string &func)
+{
+	std::vector<std::string> out;
+
+	for (const std::string &l : vy_host::log_lines(level)) {
+		if (l.compare(0, func.size(), func) != 0 || l.size() <= func.size())
+			continue;
+		char open = l[func.size()];
+		size_t end = open == '[' ? l.find("]:", func.size())
+					 : l.find(':', func.size() + 1);
+		if ((open != '[' && open != ':') || end == std::string::npos)
+			continue;
+		out.push_back(l.substr(end + (open == '[' ? 2 : 1)));
+	}
+	return out;
+}
+
+bool logged(int level, const std::string &func, const std::string &text)
+{
+	for (const std::string &t : logs_of(level, func))
+		if (t == text)
+			return true;
+	return false;
+}
+
+std::vector<Event> notes(EventKind kind)
+{
+	std::vector<Event> out;
+
+	for (const Event &e : vy_host::events())
+		if (e.kind == kind)
+			out.push_back(e);
+	return out;
+}
+
+bool snap(const Mac &m, sta *out)
+{
+	vy_read_guard guard(&vy_sta_table.sta_lock);
+	sta *e = _vy_find_sta(m.b);
+
+	if (e)
+		std::memcpy(out, e, sizeof(*out));
+	return e != nullptr;
+}
+
+s32 listener_sum()
+{
+	vy_read_guard guard(&vy_sta_table.sta_lock);
+	s32 sum = 0;
+
+	for (const vy_hlist_head &h : vy_sta_table.sta_hlist)
+		for (vy_hlist_node *n = h.first; n; n = n->next)
+			sum += vy_container_of(n, sta, hlist)->listeners;
+	return sum;
+}
+
+class StaEnv : public ::testing::Test {
+protected:
+	void SetUp() override
+	{
+		vy_host::reset();
+		debug_level = 1;
+		vy_host::advance_to(1000);
+		veyra_init();
+		vy_host::take_events();
+	}
+
+	void TearDown() override
+	{
+		veyra_exit();
+		EXPECT_EQ(vy_read_listeners(), 0);
+		EXPECT_EQ(vy_get_sta_count(), 0);
+		EXPECT_FALSE(vy_host::hooks_registered());
+		EXPECT_EQ(vy_host::live_allocations(), 0);
+		debug_level = 1;
+	}
+};
+
+using StaTableTest = StaEnv;
+
+TEST_F(StaTableTest, JoinCreatesEntryWithTwoListenersAndHooks)
+{
+	const Mac a = mac_of(1, 1);
+	sta s;
+
+	debug_level = 2;
+	ASSERT_TRUE(vy_host::umac_event(0, a.b, "wlan0"));
+	ASSERT_TRUE(snap(a, &s));
+	EXPECT_STREQ(s.vap_name, "wlan0");
+	EXPECT_EQ(s.listeners, 2);
+	EXPECT_EQ(s.join_time, 1000u);
+	EXPECT_EQ(s.dhcp_status, 0u);
+	EXPECT_EQ(s.dns_status, 0u);
+	EXPECT_EQ(vy_get_sta_count(), 1);
+	EXPECT_EQ(vy_read_listeners(), 2);
+	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_sta_evt_cb",
+			   "receive sta event 0 (sta: " + mac_str(a) +
+				   ", vap: wlan0)"));
+	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_add_sta_entry",
+			   "STA " + mac_str(a) + " is added. (VAP = wlan0)"));
+	vy_host::settle();
+	EXPECT_TRUE(vy_host::hooks_registered());
+}
+
+TEST_F(StaTableTest, SecondJoinOnlyRenamesTheVap)
+{
+	struct Row {
+		const char *first, *second;
+	} rows[] = {{"wlan0", "wlan0"}, {"wlan0", "wlan1"}};
+	u8 i = 0;
+
+	debug_level = 2;
+	for (const Row &r : rows) {
+		SCOPED_TRACE(r.second);
+		const Mac m = mac_of(2, i++);
+		sta s;
+
+		EXPECT_EQ(vy_add_sta_entry(m.b, r.first), 0);
+		vy_host::advance(10);
+		EXPECT_EQ(vy_add_sta_entry(m.b, r.second), 1);
+		ASSERT_TRUE(snap(m, &s));
+		EXPECT_STREQ(s.vap_name, r.second);
+		EXPECT_EQ(s.listeners, 2);
+		EXPECT_EQ(s.join_time, vy_host::jiffies() - 10);
+		EXPECT_EQ(vy_read_listeners(), 2 * i);
+		EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_add_sta_entry",
+				   "STA " + mac_str(m) +
+					   " is already added. (old VAP = " +
+					   r.first + ", new VAP = " + r.second +
+					   ")"));
+	}
+	EXPECT_EQ(vy_get_sta_count(), 2);
+}
+
+TEST_F(StaTableTest, VapNameIsCutTo15Characters)
+{
+	const Mac a = mac_of(3, 1), b = mac_of(3, 2);
+	sta s;
+
+	vy_add_sta_entry(a.b, "abcdefghijklmnopqrstuvwxyz");
+	ASSERT_TRUE(snap(a, &s));
+	EXPECT_STREQ(s.vap_name, "abcdefghijklmno");
+
+	// A record whose name field holds no NUL: the read stops at 16 bytes.
+	u8 record[64];
+	std::memset(record, 'x', sizeof(record));
+	std::memcpy(record + 42, b.b, ETH_ALEN);
+	debug_level = 2;
+	EXPECT_EQ(vy_sta_evt_cb(0, record), 0);
+	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_sta_evt_cb",
+			   "receive sta event 0 (sta: " + mac_str(b) +
+				   ", vap: xxxxxxxxxxxxxxxx)"));
+	ASSERT_TRUE(snap(b, &s));
+	EXPECT_STREQ(s.vap_name, "xxxxxxxxxxxxxxx");
+}
+
+TEST_F(StaTableTest, LeaveDeletesOnlyFromTheSameVap)
+{
+	const Mac a = mac_of(4, 1);
+	sta s;
+
+	debug_level = 2;
+	vy_host::umac_event(0, a.b, "wlan0");
+	vy_host::settle();
+	ASSERT_TRUE(vy_host::hooks_registered());
+
+	for (const char *other : {"wlan1", "WLAN0", "wlan0x"}) {
+		vy_host::umac_event(1, a.b, other);
+		EXPECT_TRUE(snap(a, &s)) << other;
+		EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_del_sta_entry",
+				   "Do not delete STA " + mac_str(a) +
+					   " due to different vaps (current vap wlan0, STA leave event with vap " +
+					   other + ")"));
+	}
+	EXPECT_EQ(vy_read_listeners(), 2);
+
+	vy_host::umac_event(1, a.b, "wlan0");
+	EXPECT_FALSE(snap(a, &s));
+	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_del_sta_entry",
+			   "Delete STA " + mac_str(a) + " from wlan0"));
+	EXPECT_EQ(vy_get_sta_count(), 0);
+	EXPECT_EQ(vy_read_listeners(), 0);
+	// The last listener gone with force_listen off: the hooks come off.
+	vy_host::settle();
+	EXPECT_FALSE(vy_host::hooks_registered());
+}
+
+TEST_F(StaTableTest, DeleteByCommandAndRefusedArguments)
+{
+	const Mac a = mac_of(5, 1), b = mac_of(5, 2);
+	sta s;
+
+	debug_level = 2;
+	vy_add_sta_entry(a.b, "wlan3");
+	EXPECT_EQ(vy_del_sta_entry(a.b, nullptr), 0);
+	EXPECT_FALSE(snap(a, &s));
+	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_del_sta_entry",
+			   "Delete STA " + mac_str(a) + " from user command"));
+
+	EXPECT_EQ(vy_del_sta_entry(b.b, "wlan0"), 1);
+	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_del_sta_entry",
+			   "STA " + mac_str(b) + " does not exist"));
+	EXPECT_EQ(vy_del_sta_entry(nullptr, "wlan0"), -1);
+	EXPECT_TRUE(logged(VY_LOG_ERR, "vy_del_sta_entry", "sta_mac is null"));
+
+	EXPECT_EQ(vy_add_sta_entry(b.b, nullptr), -1);
+	EXPECT_TRUE(logged(VY_LOG_ERR, "vy_add_sta_entry",
+			   "vap_name is NULL (STA = " + mac_str(b) + ")"));
+	EXPECT_EQ(vy_add_sta_entry(nullptr, "wlan0"), -1);
+	EXPECT_EQ(vy_sta_evt_cb(0, nullptr), -1);
+	EXPECT_TRUE(logged(VY_LOG_ERR, "vy_sta_evt_cb", "arg is NULL"));
+	EXPECT_EQ(vy_get_sta_count(), 0);
+	EXPECT_EQ(vy_read_listeners(), 0);
+}
+
+TEST_F(StaTableTest, OtherEventCodesOnlyLog)
+{
+	const Mac a = mac_of(6, 1);
+	sta s;
+
+	debug_level = 2;
+	vy_add_sta_entry(a.b, "wlan0");
+	for (int code : {2, 3, -1, 255}) {
+		vy_host::take_events();
+		EXPECT_TRUE(vy_host::umac_event(code, a.b, "wlan0"));
+		EXPECT_TRUE(snap(a, &s));
+		EXPECT_EQ(vy_host::log_lines().size(), 1u) << code;
+		EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_sta_evt_cb",
+				   "receive sta event " + std::to_string(code) +
+					   " (sta: " + mac_str(a) + ", vap: wlan0)"));
+	}
+	EXPECT_EQ(vy_read_listeners(), 2);
+}
+
+TEST_F(StaTableTest, FailedAllocationAtJoinChangesNothing)
+{
+	const Mac a = mac_of(7, 1);
+	sta s;
+
+	vy_host::fail_next_allocations(1);
+	EXPECT_EQ(vy_host::umac_event(0, a.b, "wlan0"), true);
+	EXPECT_FALSE(snap(a, &s));
+	EXPECT_EQ(vy_get_sta_count(), 0);
+	EXPECT_EQ(vy_read_listeners(), 0);
+	EXPECT_TRUE(logged(VY_LOG_WARNING, "vy_add_sta_entry",
+			   "_vy_add_sta_entry() fails, STA = " + mac_str(a)));
+	vy_host::settle();
+	EXPECT_EQ(vy_host::hook_registrations(), 0);
+}
+
+TEST_F(StaTableTest, CopyWalkVisitsEveryEntryOncePerPass)
+{
+	// Buckets: 0x08 and 0x10 share bucket 0, 0x03 is 3, 0x0f is 7.
+	const Mac b3 = mac_of(8, 0x03), b0a = mac_of(8, 0x08),
+		  b7 = mac_of(8, 0x0f), b0b = mac_of(8, 0x10),
+		  late = mac_of(8, 0x18);
+	sta c;
+
+	for (const Mac *m : {&b3, &b0a, &b7, &b0b})
+		vy_add_sta_entry(m->b, "wlan0");
+	// Pass 0 matches entries never copied, so nothing is visited.
+	EXPECT_EQ(vy_sta_copy_next(0, &c), 0);
+
+	auto walk = [&](u32 seq, const std::function<void(int)> &between) {
+		std::vector<std::string> seen;
+		int i = 0;
+
+		// Bounded, so that a walk that never ends fails instead.
+		while (seen.size() < 16 && vy_sta_copy_next(seq, &c) == 1) {
+			EXPECT_EQ(c.dump_seq, seq);
+			seen.push_back(mac_str(Mac{{c.mac[0], c.mac[1], c.mac[2],
+						    c.mac[3], c.mac[4], c.mac[5]}}));
+			vy_free_sta_copy(&c);
+			between(i++);
+		}
+		return seen;
+	};
+
+	std::vector<std::string> want = {mac_str(b0b), mac_str(b0a),
+					 mac_str(b3), mac_str(b7)};
+	EXPECT_EQ(walk(1, [](int) {}), want);
+	EXPECT_EQ(vy_sta_copy_next(1, &c), 0);
+
+	// A new entry during the pass is still visited; a deleted one not.
+	want = {mac_str(b0b), mac_str(late), mac_str(b0a), mac_str(b3)};
+	EXPECT_EQ(walk(2,
+		       [&](int i) {
+			       if (i == 0) {
+				       vy_add_sta_entry(late.b, "wlan0");
+				       vy_del_sta_entry(b7.b, nullptr);
+			       }
+		       }),
+		  want);
+}
+
+TEST_F(StaTableTest, CopyHoldsAPrivateDomainTable)
+{
+	const Mac a = mac_of(9, 1);
+	sta c;
+
+	vy_add_sta_entry(a.b, "wlan0");
+	vy_add_sta_domain(a.b, "example.com", 11, ip4(10, 0, 0, 9));
+	vy_add_sta_domain(a.b, "b.org", 5, ip4(10, 0, 0, 9));
+	long before = vy_host::live_allocations();
+
+	ASSERT_EQ(vy_sta_copy_next(1, &c), 1);
+	EXPECT_EQ(vy_host::live_allocations(), before + 2);
+	{
+		vy_read_guard guard(&vy_sta_table.sta_lock);
+		domain_entry *live = _vy_find_domain(
+			&_vy_find_sta(a.b)->domain_hlist, "example.com", 11);
+		domain_entry *copied =
+			_vy_find_domain(&c.domain_hlist, "example.com", 11);
+
+		ASSERT_NE(copied, nullptr);
+		EXPECT_NE(copied, live);
+		EXPECT_EQ(copied->query_time, live->query_time);
+	}
+	vy_free_sta_copy(&c);
+	EXPECT_EQ(vy_host::live_allocations(), before);
+	EXPECT_EQ(vy_is_domain_hlist_empty(&c.domain_hlist), 1);
+	EXPECT_EQ(c.mac[5], 0);
+	vy_free_sta_copy(&c); // harmless a second time
+	vy_free_sta_copy(nullptr);
+
+	// A deep copy out of memory ends the pass; the entry stays marked.
+	vy_host::fail_next_allocations(1);
+	EXPECT_EQ(vy_sta_copy_next(2, &c), 0);
+	vy_free_sta_copy(&c);
+	EXPECT_EQ(vy_sta_copy_next(2, &c), 0);
+	EXPECT_EQ(vy_host::live_allocations(), before);
+}
+
+TEST_F(StaTableTest, ListenerTotalMatchesEntriesAfterEveryStep)
+{
+	const Mac a = mac_of(10, 1), b = mac_of(10, 2);
+	const u32 addr = ip4(10, 0, 0, 7);
+	struct Step {
+		const char *what;
+		std::function<void()> run;
+		s32 total;
+	} steps[] = {
+		{"join a", [&] { vy_add_sta_entry(a.b, "wlan0"); }, 2},
+		{"join b", [&] { vy_add_sta_entry(b.b, "wlan1"); }, 4},
+		{"join a again", [&] { vy_add_sta_entry(a.b, "wlan1"); }, 4},
+		{"discover a",
+		 [&] { vy_set_sta_dhcp_status(a.b, 0, 1, 0, 0, 0, 0, nullptr, 0); },
+		 4},
+		{"ack a",
+		 [&] { vy_set_sta_dhcp_status(a.b, 1, 5, addr, 0, 0, 0, nullptr, 0); },
+		 3},
+		{"renew a",
+		 [&] { vy_set_sta_dhcp_status(a.b, 0, 3, 0, 0, 0, 0, nullptr, 0); },
+		 4},
+		{"query b", [&] { vy_add_sta_domain(b.b, "x.org", 5, addr); }, 4},
+		{"answer b", [&] { vy_add_sta_domain_ip(b.b, "x.org", 5, addr); }, 3},
+		{"answer b again",
+		 [&] { vy_reject_sta_domain(b.b, "x.org", 5, 3); },
+		 3},
+		{"leave a elsewhere", [&] { vy_host::umac_event(1, a.b, "wlan9"); }, 3},
+		{"delete b", [&] { vy_del_sta_entry(b.b, nullptr); }, 2},
+		{"leave a", [&] { vy_host::umac_event(1, a.b, "wlan1"); }, 0},
+	};
+
+	for (const Step &s : steps) {
+		s.run();
+		EXPECT_EQ(vy_read_listeners(), s.total) << s.what;
+		EXPECT_EQ(listener_sum(), vy_read_listeners()) << s.what;
+	}
+}
+
+TEST_F(StaTableTest, ReleaseBeyondTheEntryIsClampedAndLogged)
+{
+	const Mac a = mac_of(11, 1);
+
+	vy_add_sta_entry(a.b, "wlan0");
+	{
+		vy_write_guard guard(&vy_sta_table.sta_lock);
+		sta *e = _vy_find_sta(a.b);
+
+		_vy_del_listeners(e, 1);
+		_vy_del_listeners(e, 2);
+		EXPECT_EQ(e->listeners, 0);
+		EXPECT_EQ(vy_read_listeners(), 0);
+
+		// A count that disagrees with the total drives it negative: it
+		// is reported and left as it is.
+		e->listeners = 3;
+		_vy_del_listeners(e, 3);
+		EXPECT_EQ(vy_read_listeners(), -3);
+		vy_write_once(vy_listeners, 0);
+	}
+	EXPECT_TRUE(logged(VY_LOG_ERR, "_vy_del_listeners",
+			   "sta->listeners 1  < substacted listener_num 2 (total listeners = 1)"));
+	EXPECT_TRUE(logged(VY_LOG_ERR, "_vy_del_listeners",
+			   "vy_listeners become negative value -3 somehow (decrease num = 3, sta->listeners = 0)"));
+}
+
+TEST_F(StaTableTest, ForceListenKeepsTheHooksWithoutListeners)
+{
+	const Mac a = mac_of(12, 1);
+
+	// The last listener goes while force_listen is on: no wake-up.
+	vy_write_force_listen(1);
+	EXPECT_EQ(vy_read_force_listen(), 1);
+	vy_add_sta_entry(a.b, "wlan0");
+	vy_del_sta_entry(a.b, nullptr);
+	EXPECT_EQ(vy_read_listeners(), 0);
+	vy_host::settle();
+	EXPECT_TRUE(vy_host::hooks_registered());
+	EXPECT_TRUE(vy_plat_timer_pending(&vy_sta_table.sta_timer));
+
+	vy_write_force_listen(0);
+	EXPECT_EQ(vy_read_force_listen(), 0);
+	vy_host::settle();
+	EXPECT_FALSE(vy_host::hooks_registered());
+	EXPECT_FALSE(vy_plat_timer_pending(&vy_sta_table.sta_timer));
+}
+
+// ---- the notification senders ----------------------------------------
+
+class NotifyTest : public ::testing::Test {
+protected:
+	void SetUp() override
+	{
+		vy_host::reset();
+		vy_host::advance_to(50);
+		std::memset(&s, 0, sizeof(s));
+		std::memcpy(s.mac, mac_of(13, 1).b, ETH_ALEN);
+		std::strcpy(s.vap_name, "wlan0");
+		s.dhcp_status = 0x102; // only the low byte is a status
+		s.dhcp_reason = 1;
+		std::strcpy(s.hostname, "host-a");
+		s.hostname_len = 6;
+		s.ip = ip4(10, 0, 0, 5);
+		s.dhcp_type = 5;
+		s.dhcp_server_ip = ip4(10, 0, 0, 1);
+		s.gateway_ip = ip4(10, 0, 0, 254);
+		s.dns_server_ip = ip4(10, 0, 0, 53);
+		s.dhcp_latency = 300;
+		s.dns_status = 0x201;
+		s.dns_latest_latency = 120;
+		s.dns_latency_avg = 999;
+	}
+
+	void TearDown() override { debug_level = 1; }
+
+	sta s;
+};
+
+TEST_F(NotifyTest, DhcpPassesEveryFieldInOrder)
+{
+	vy_notify_sta_dhcp(&s);
+	std::vector<Event> n = notes(EventKind::NotifyDhcp);
+
+	ASSERT_EQ(n.size(), 1u);
+	EXPECT_EQ(n[0].vap, "wlan0");
+	EXPECT_EQ(std::memcmp(n[0].mac, s.mac, ETH_ALEN), 0);
+	EXPECT_EQ(n[0].status, 2);
+	EXPECT_EQ(n[0].reason, 1);
+	EXPECT_EQ(n[0].hostname, "host-a");
+	EXPECT_EQ(n[0].hostname_len, 6);
+	EXPECT_EQ(n[0].ip, s.ip);
+	EXPECT_EQ(n[0].type, 5);
+	EXPECT_EQ(n[0].server, s.dhcp_server_ip);
+	EXPECT_EQ(n[0].gateway, s.gateway_ip);
+	EXPECT_EQ(n[0].latency, 300u);
+
+	s.hostname_len = 0;
+	s.hostname[0] = '\0';
+	vy_notify_sta_dhcp(&s);
+	n = notes(EventKind::NotifyDhcp);
+	ASSERT_EQ(n.size(), 2u);
+	EXPECT_EQ(n[1].hostname_len, 0);
+	EXPECT_EQ(n[1].hostname, "");
+}
+
+TEST_F(NotifyTest, DnsPassesTheLatestLatencyNotTheAverage)
+{
+	vy_notify_sta_dns(&s);
+	std::vector<Event> n = notes(EventKind::NotifyDns);
+
+	ASSERT_EQ(n.size(), 1u);
+	EXPECT_EQ(n[0].vap, "wlan0");
+	EXPECT_EQ(std::memcmp(n[0].mac, s.mac, ETH_ALEN), 0);
+	EXPECT_EQ(n[0].status, 1);
+	EXPECT_EQ(n[0].dns_server, s.dns_server_ip);
+	EXPECT_EQ(n[0].latency, 120u);
+}
+
+TEST_F(NotifyTest, NoticeFollowsTheCallOnlyFromDebugLevel2)
+{
+	const std::string dhcp_text =
+		"Send TALMA_MSG_DHCP event (sta 02:00:00:00:0d:01, wlan0, status 258, reason 1, hostname host-a, hostname_len 6, ip 10.0.0.5, type 5, server_ip 10.0.0.1, gateway_ip 10.0.0.254, latency 300ms, Caller: ";
+	const std::string dns_text =
+		"Send TALMA_MSG_DNS event (sta 02:00:00:00:0d:01, wlan0, status 513, server_ip 10.0.0.53, latency 120ms, Caller: ";
+
+	for (s32 level : {0, 1, 2, 3}) {
+		SCOPED_TRACE(level);
+		debug_level = level;
+		vy_host::take_events();
+		sta_test_notify_caller(&s);
+		std::vector<Event> ev = vy_host::take_events();
+
+		if (level < 2) {
+			ASSERT_EQ(ev.size(), 2u);
+			EXPECT_EQ(ev[0].kind, EventKind::NotifyDhcp);
+			EXPECT_EQ(ev[1].kind, EventKind::NotifyDns);
+			continue;
+		}
+		ASSERT_EQ(ev.size(), 4u);
+		EXPECT_EQ(ev[0].kind, EventKind::NotifyDhcp);
+		EXPECT_EQ(ev[1].level, VY_LOG_NOTICE);
+		EXPECT_EQ(ev[2].kind, EventKind::NotifyDns);
+		EXPECT_EQ(ev[3].level, VY_LOG_NOTICE);
+		const std::string dhcp_prefix = "vy_notify_sta_dhcp[";
+		const std::string dns_prefix = "vy_notify_sta_dns[";
+		ASSERT_EQ(ev[1].text.compare(0, dhcp_prefix.size(), dhcp_prefix), 0);
+		ASSERT_EQ(ev[3].text.compare(0, dns_prefix.size(), dns_prefix), 0);
+		// The caller is named symbolically.
+		for (const auto &p : {std::make_pair(ev[1].text, dhcp_text),
+				      std::make_pair(ev[3].text, dns_text)}) {
+			size_t at = p.first.find("]:");
+			ASSERT_NE(at, std::string::npos);
+			std::string body = p.first.substr(at + 2);
+			EXPECT_EQ(body.compare(0, p.second.size(), p.second), 0)
+				<< body;
+			EXPECT_NE(body.find("sta_test_notify_caller+0x"), std::string::npos)
+				<< body;
+			EXPECT_EQ(body.back(), ')');
+		}
+	}
+}
+
+} // namespace

@@ -1,0 +1,838 @@
+// A station's DHCP and DNS progress and the periodic update that applies
+// the timeouts and ends listening windows, driven through simulated time.
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "vy_host.h"
+#include "vy_sta_list.h"
+
+namespace {
+
+using vy_host::Event;
+using vy_host::EventKind;
+
+struct Mac {
+	u8 b[ETH_ALEN];
+};
+
+// The last byte picks the bucket (its low three bits).
+Mac mac_of(u8 hi, u8 last)
+{
+	return Mac{{0x02, 0x00, 0x00, 0x00, hi, last}};
+}
+
+std::string mac_str(const Mac &m)
+{
+	char s[18];
+
+	std::snprintf(s, sizeof(s), "%02x:%02x:%02x:%02x:%02x:%02x", m.b[0],
+		      m.b[1], m.b[2], m.b[3], m.b[4], m.b[5]);
+	return s;
+}
+
+u32 ip4(u8 a, u8 b, u8 c, u8 d)
+{
+	const u8 bytes[4] = {a, b, c, d};
+	u32 v;
+
+	std::memcpy(&v, bytes, 4);
+	return v;
+}
+
+u16 len_of(const char *s)
+{
+	return static_cast<u16>(std::strlen(s));
+}
+
+// Log texts from func at level, without the "func[line]:" prefix.
+std::vector<std::string> logs_of(int level, const std::string &func)
+{
+	std::vector<std::string> out;
+
+	for (const std::string &l : vy_host::log_lines(level)) {
+		if (l.compare(0, func.size() + 1, func + "[") != 0)
+			continue;
+		size_t end = l.find("]:");
+		if (end != std::string::npos)
+			out.push_back(l.substr(end + 2));
+	}
+	return out;
+}
+
+bool logged(int level, const std::string &func, const std::string &text)
+{
+	for (const std::string &t : logs_of(level, func))
+		if (t == text)
+			return true;
+	return false;
+}
+
+std::vector<Event> notes(EventKind kind, const Mac *m = nullptr)
+{
+	std::vector<Event> out;
+
+	for (const Event &e : vy_host::events())
+		if (e.kind == kind &&
+		    (!m || !std::memcmp(e.mac, m->b, ETH_ALEN)))
+			out.push_back(e);
+	return out;
+}
+
+sta snap(const Mac &m)
+{
+	vy_read_guard guard(&vy_sta_table.sta_lock);
+	sta out = {};
+	sta *e = _vy_find_sta(m.b);
+
+	if (e)
+		std::memcpy(&out, e, sizeof(out));
+	return out;
+}
+
+s32 listener_sum()
+{
+	vy_read_guard guard(&vy_sta_table.sta_lock);
+	s32 sum = 0;
+
+	for (const vy_hlist_head &h : vy_sta_table.sta_hlist)
+		for (vy_hlist_node *n = h.first; n; n = n->next)
+			sum += vy_container_of(n, sta, hlist)->listeners;
+	return sum;
+}
+
+s32 dhcp(const Mac &m, u32 status, u8 type, u32 ip = 0, u32 server = 0,
+	 u32 gateway = 0, u32 dns = 0, const char *host = nullptr,
+	 u8 host_len = 0)
+{
+	return vy_set_sta_dhcp_status(m.b, status, type, ip, server, gateway,
+				      dns, host, host_len);
+}
+
+s32 query(const Mac &m, const char *name, u32 sta_ip = 0)
+{
+	return vy_add_sta_domain(m.b, name, len_of(name), sta_ip);
+}
+
+s32 answer(const Mac &m, const char *name, u32 ip)
+{
+	return vy_add_sta_domain_ip(m.b, name, len_of(name), ip);
+}
+
+class StaProgressEnv : public ::testing::Test {
+protected:
+	// Every test starts at jiffies 1000 (0 would read as "not set").
+	void SetUp() override
+	{
+		vy_host::reset();
+		debug_level = 1;
+		vy_host::advance_to(1000);
+		veyra_init();
+		vy_host::take_events();
+	}
+
+	void TearDown() override
+	{
+		vy_host::set_event_sink(nullptr);
+		veyra_exit();
+		EXPECT_EQ(vy_read_listeners(), 0);
+		EXPECT_FALSE(vy_host::hooks_registered());
+		EXPECT_EQ(vy_host::live_allocations(), 0);
+		debug_level = 1;
+	}
+
+	// Joins now and lets the hook work run, which arms the periodic
+	// timer: with the first join at 1000 the runs fall on multiples of 500.
+	void join(const Mac &m, const char *vap = "wlan0")
+	{
+		ASSERT_EQ(vy_add_sta_entry(m.b, vap), 0);
+		vy_host::settle();
+	}
+
+	void expect_consistent()
+	{
+		EXPECT_EQ(vy_read_listeners(), listener_sum());
+	}
+};
+
+// ---- DHCP progress ---------------------------------------------------
+
+using DhcpProgressTest = StaProgressEnv;
+
+TEST_F(DhcpProgressTest, StatusRuleRowByRow)
+{
+	enum Prep { Fresh, Running, Ok, Fail };
+	enum Start { Zero, FirstStamp, Now };
+	struct Row {
+		Prep prep;
+		u32 req;
+		bool changed;
+		u32 status;
+		Start start;
+		u8 listeners;
+		u32 latency;
+	} rows[] = {
+		{Fresh, 0, false, 0, Now, 2, 0},
+		{Ok, 0, true, 0, Now, 2, 0},
+		{Fail, 0, true, 0, Now, 2, 0},
+		{Fresh, 1, true, 1, Zero, 1, 0},
+		{Fresh, 2, true, 2, Zero, 1, 0},
+		{Ok, 2, true, 2, Zero, 1, 0},
+		{Fail, 1, true, 1, Zero, 1, 0},
+		{Running, 0, false, 0, FirstStamp, 2, 0},
+		{Running, 1, true, 1, Zero, 1, 200},
+		{Running, 2, true, 2, Zero, 1, 200},
+		{Ok, 1, false, 1, Zero, 1, 0},
+		{Fail, 2, false, 2, Zero, 1, 0},
+		{Fresh, 3, false, 0, Zero, 2, 0},
+		{Running, 3, false, 0, FirstStamp, 2, 0},
+		{Ok, 3, false, 1, Zero, 1, 0},
+	};
+	u8 i = 0;
+
+	debug_level = 4;
+	for (const Row &r : rows) {
+		SCOPED_TRACE("row " + std::to_string(i));
+		const Mac m = mac_of(1, i++);
+
+		join(m);
+		unsigned long prep_time = vy_host::jiffies();
+		if (r.prep != Fresh)
+			dhcp(m, r.prep == Running ? 0 : r.prep == Ok ? 1 : 2,
+			     r.prep == Running ? 1 : 5);
+		vy_host::advance(20);
+		vy_host::take_events();
+
+		EXPECT_EQ(dhcp(m, r.req, 3), 0);
+		sta s = snap(m);
+		std::vector<Event> n = notes(EventKind::NotifyDhcp);
+
+		EXPECT_EQ(s.dhcp_status, r.status);
+		EXPECT_EQ(s.dhcp_type, 3);
+		EXPECT_EQ(s.dhcp_reason, 0);
+		EXPECT_EQ(s.listeners, r.listeners);
+		EXPECT_EQ(s.dhcp_latency, r.latency);
+		EXPECT_EQ(s.dhcp_start, r.start == Zero	      ? 0
+					: r.start == FirstStamp ? prep_time
+								: vy_host::jiffies());
+		ASSERT_EQ(n.size(), r.changed ? 1u : 0u);
+		if (r.changed) {
+			EXPECT_EQ(n[0].status, r.status);
+			EXPECT_EQ(n[0].latency, r.latency);
+			EXPECT_EQ(n[0].type, 3);
+		} else if (r.req != 3) { // 3 never reaches the rule
+			EXPECT_TRUE(logged(VY_LOG_DEBUG, "_vy_set_sta_dhcp_status",
+					   "STA " + mac_str(m) +
+						   " dhcp status does not change (" +
+						   vy_status_name(r.req) +
+						   ", DHCPREQUEST)"));
+		}
+		expect_consistent();
+	}
+}
+
+TEST_F(DhcpProgressTest, ExchangeMeasuredFromTheFirstMessageAndRenewed)
+{
+	const Mac a = mac_of(2, 1);
+	const u32 addr = ip4(192, 168, 1, 20), srv = ip4(192, 168, 1, 1);
+
+	join(a);
+	vy_host::advance_to(1010);
+	dhcp(a, 0, 1);
+	vy_host::advance_to(1020);
+	dhcp(a, 0, 1); // a second discover keeps the first stamp
+	vy_host::advance_to(1035);
+	dhcp(a, 1, 5, addr, srv, srv, srv);
+	std::vector<Event> n = notes(EventKind::NotifyDhcp);
+
+	ASSERT_EQ(n.size(), 1u);
+	EXPECT_EQ(n[0].latency, 250u);
+	EXPECT_EQ(n[0].ip, addr);
+	EXPECT_EQ(n[0].server, srv);
+	EXPECT_EQ(snap(a).listeners, 1);
+
+	// Renewal after done: pending again with its listener back.
+	vy_host::advance_to(1200);
+	dhcp(a, 0, 3);
+	n = notes(EventKind::NotifyDhcp);
+	ASSERT_EQ(n.size(), 2u);
+	EXPECT_EQ(n[1].status, 0);
+	EXPECT_EQ(n[1].latency, 250u);
+	EXPECT_EQ(snap(a).listeners, 2);
+	EXPECT_EQ(vy_read_listeners(), 2);
+	vy_host::advance_to(1230);
+	dhcp(a, 1, 5);
+	n = notes(EventKind::NotifyDhcp);
+	ASSERT_EQ(n.size(), 3u);
+	EXPECT_EQ(n[2].status, 1);
+	EXPECT_EQ(n[2].latency, 300u);
+	expect_consistent();
+}
+
+TEST_F(DhcpProgressTest, HostnameStoredOnlyFrom1To64Bytes)
+{
+	const Mac a = mac_of(3, 1);
+	char buf[300];
+	struct Row {
+		u8 len;
+		bool stored, warned;
+	} rows[] = {{0, false, false}, {1, true, false}, {64, true, false},
+		    {65, false, true}, {255, false, true}};
+
+	std::memset(buf, 'h', sizeof(buf));
+	buf[299] = '\0';
+	join(a);
+	dhcp(a, 3, 8, 0, 0, 0, 0, "prior", 5);
+	for (const Row &r : rows) {
+		SCOPED_TRACE(r.len);
+		vy_host::take_events();
+		sta before = snap(a);
+
+		dhcp(a, 3, 8, 0, 0, 0, 0, buf, r.len);
+		sta s = snap(a);
+
+		if (r.stored) {
+			EXPECT_EQ(s.hostname_len, r.len);
+			EXPECT_EQ(std::string(s.hostname), std::string(r.len, 'h'));
+		} else {
+			EXPECT_EQ(s.hostname_len, before.hostname_len);
+			EXPECT_STREQ(s.hostname, before.hostname);
+		}
+		EXPECT_EQ(s.hostname[VY_HOSTNAME_SIZE - 1], '\0');
+		EXPECT_EQ(logged(VY_LOG_WARNING, "vy_set_sta_dhcp_status",
+				 "STA " + mac_str(a) + " hostname length " +
+					 std::to_string(r.len) +
+					 " >= VY internal STA hostname array size 65"),
+			  r.warned);
+	}
+	// A null buffer stores nothing, whatever the length says.
+	dhcp(a, 3, 8, 0, 0, 0, 0, nullptr, 5);
+	EXPECT_EQ(snap(a).hostname_len, 64);
+}
+
+TEST_F(DhcpProgressTest, NoticeAndZeroAddresses)
+{
+	const Mac a = mac_of(4, 1);
+	const u32 addr = ip4(10, 1, 0, 5), srv = ip4(10, 1, 0, 1),
+		  gw = ip4(10, 1, 0, 254), dns = ip4(10, 1, 0, 53);
+
+	debug_level = 2;
+	join(a);
+	dhcp(a, 3, 8, addr, srv, gw, dns, "phone", 5);
+	// Zero addresses never erase; the notice shows the arguments.
+	dhcp(a, 1, 5);
+	sta s = snap(a);
+	EXPECT_EQ(s.ip, addr);
+	EXPECT_EQ(s.dhcp_server_ip, srv);
+	EXPECT_EQ(s.gateway_ip, gw);
+	EXPECT_EQ(s.dns_server_ip, dns);
+	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_set_sta_dhcp_status",
+			   "STA " + mac_str(a) +
+				   " is already added. Set dhcp status = 0, dhcp type = 8 (DHCPINFORM), ip = 10.1.0.5, dhcp server ip = 10.1.0.1, gateway ip = 10.1.0.254, hostname = phone, hostname_len = 5"));
+	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_set_sta_dhcp_status",
+			   "STA " + mac_str(a) +
+				   " is already added. Set dhcp status = 1, dhcp type = 5 (DHCPACK), ip = 0.0.0.0, dhcp server ip = 0.0.0.0, gateway ip = 0.0.0.0, hostname = NULL, hostname_len = 0"));
+	std::vector<Event> n = notes(EventKind::NotifyDhcp);
+	ASSERT_EQ(n.size(), 1u);
+	EXPECT_EQ(n[0].ip, addr);
+	EXPECT_EQ(n[0].gateway, gw);
+	EXPECT_EQ(n[0].hostname, "phone");
+
+	// Only types 1 to 8 are named in the message notice.
+	for (u8 type : {0, 9, 200}) {
+		vy_host::take_events();
+		dhcp(a, 3, type);
+		EXPECT_EQ(snap(a).dhcp_type, type);
+		EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_set_sta_dhcp_status",
+				   "STA " + mac_str(a) +
+					   " is already added. Set dhcp status = 1, dhcp type = " +
+					   std::to_string(type) +
+					   " (Unknown DHCP type), ip = 0.0.0.0, dhcp server ip = 0.0.0.0, gateway ip = 0.0.0.0, hostname = NULL, hostname_len = 0"));
+	}
+}
+
+TEST_F(DhcpProgressTest, UnknownStationIsReportedAndNotCreated)
+{
+	const Mac a = mac_of(5, 1);
+	struct Row {
+		u8 type;
+		const char *name;
+	} rows[] = {{1, "DHCPDISCOVER"}, {9, "UNKNOWN"}, {200, "Unknown DHCP type"}};
+
+	debug_level = 2;
+	for (const Row &r : rows) {
+		EXPECT_EQ(dhcp(a, 0, r.type, ip4(1, 2, 3, 4)), -1);
+		EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_set_sta_dhcp_status",
+				   "Device " + mac_str(a) +
+					   " does not exist. dhcp type = " +
+					   std::to_string(r.type) + " (" + r.name + ")"));
+	}
+	EXPECT_EQ(vy_get_sta_count(), 0);
+	EXPECT_TRUE(notes(EventKind::NotifyDhcp).empty());
+}
+
+// ---- DNS progress ----------------------------------------------------
+
+using DnsProgressTest = StaProgressEnv;
+
+TEST_F(DnsProgressTest, QueryRecordsTheNameAndTheAddressOnly)
+{
+	const Mac a = mac_of(6, 1), unknown = mac_of(6, 2);
+
+	debug_level = 3;
+	EXPECT_EQ(query(unknown, "example.com"), -1);
+	EXPECT_TRUE(logged(VY_LOG_WARNING, "vy_add_sta_domain",
+			   "Device " + mac_str(unknown) + " does not exist"));
+
+	join(a);
+	EXPECT_EQ(query(a, "example.com", ip4(10, 0, 0, 9)), 0);
+	EXPECT_EQ(snap(a).ip, ip4(10, 0, 0, 9));
+	EXPECT_EQ(query(a, "example.com", 0), 0); // 0.0.0.0 is stored too
+	sta s = snap(a);
+	EXPECT_EQ(s.ip, 0u);
+	EXPECT_EQ(s.dns_status, 0u);
+	EXPECT_EQ(s.listeners, 2);
+	EXPECT_TRUE(notes(EventKind::NotifyDns).empty());
+	EXPECT_TRUE(logged(VY_LOG_INFO, "vy_add_sta_domain",
+			   "STA " + mac_str(a) +
+				   " is already added. Add dns domain example.com."));
+}
+
+TEST_F(DnsProgressTest, FirstAnswerOfAnyKindReleasesOneListener)
+{
+	struct Row {
+		const char *kind;
+		bool queried;
+		std::function<s32(const Mac &)> respond;
+		std::string info; // after "STA <mac> is "
+		u32 latency;
+	} rows[] = {
+		{"address", true,
+		 [](const Mac &m) { return answer(m, "a.com", ip4(1, 2, 3, 4)); },
+		 "already added. Add dns domain-ip mapping (a.com, 1.2.3.4)", 120},
+		{"error", true,
+		 [](const Mac &m) { return vy_reject_sta_domain(m.b, "a.com", 5, 3); },
+		 "added. Reject dns domain a.com with rcode = 3", 120},
+		{"alias", true,
+		 [](const Mac &m) {
+			 return vy_add_sta_domain_cname(m.b, "a.com", 5, "b.net", 5);
+		 },
+		 "already added. Add dns domain-cname mapping (a.com, b.net)", 120},
+		{"never queried", false,
+		 [](const Mac &m) { return answer(m, "a.com", ip4(1, 2, 3, 4)); },
+		 "already added. Add dns domain-ip mapping (a.com, 1.2.3.4)", 0},
+	};
+	u8 i = 0;
+
+	debug_level = 3;
+	for (const Row &r : rows) {
+		SCOPED_TRACE(r.kind);
+		const Mac m = mac_of(7, i++);
+
+		join(m);
+		dhcp(m, 3, 8, 0, 0, 0, ip4(9, 9, 9, 9));
+		if (r.queried)
+			query(m, "a.com");
+		vy_host::advance(12);
+		vy_host::take_events();
+
+		EXPECT_EQ(r.respond(m), 0);
+		EXPECT_EQ(r.respond(m), 0); // a second answer changes nothing
+		sta s = snap(m);
+		EXPECT_EQ(s.dns_status, 1u);
+		EXPECT_EQ(s.listeners, 1);
+		EXPECT_EQ(s.dns_latest_latency, r.latency);
+
+		std::vector<Event> ev = vy_host::take_events();
+		std::vector<size_t> at;
+		for (size_t k = 0; k < ev.size(); k++)
+			if (ev[k].kind == EventKind::NotifyDns)
+				at.push_back(k);
+		ASSERT_EQ(at.size(), 1u);
+		EXPECT_EQ(ev[at[0]].status, 1);
+		EXPECT_EQ(ev[at[0]].dns_server, ip4(9, 9, 9, 9));
+		EXPECT_EQ(ev[at[0]].latency, r.latency);
+		// The notification's notice comes before the info line.
+		ASSERT_GT(ev.size(), at[0] + 2);
+		EXPECT_NE(ev[at[0] + 1].text.find("Send TALMA_MSG_DNS"),
+			  std::string::npos);
+		std::string info = ev[at[0] + 2].text;
+		EXPECT_EQ(info.substr(info.find("]:") + 2),
+			  "STA " + mac_str(m) + " is " + r.info);
+		expect_consistent();
+	}
+}
+
+TEST_F(DnsProgressTest, RefusedNameChangesNothing)
+{
+	const Mac a = mac_of(8, 1), unknown = mac_of(8, 2);
+	const std::string ms = mac_str(a), mu = mac_str(unknown);
+	struct Row {
+		const char *func;
+		std::function<s32(const Mac &)> call;
+		std::string missing, refused;
+	} rows[] = {
+		{"vy_add_sta_domain", [](const Mac &m) { return query(m, ""); },
+		 "Device " + mu + " does not exist",
+		 "vy_add_domain_entry() fails, STA = " + ms + ", domain = "},
+		{"vy_add_sta_domain_ip",
+		 [](const Mac &m) { return answer(m, "", ip4(1, 2, 3, 4)); },
+		 "Device " + mu + " does not exist",
+		 "vy_add_domain_ip() fails, STA = " + ms + ", domain = , ip = 1.2.3.4"},
+		{"vy_add_sta_domain_cname",
+		 [](const Mac &m) {
+			 return vy_add_sta_domain_cname(m.b, "", 0, "b.org", 5);
+		 },
+		 "Device " + mu + " does not exist",
+		 "vy_add_domain_cname() fails, STA = " + ms +
+			 ", domain = , cname = b.org"},
+		{"vy_reject_sta_domain",
+		 [](const Mac &m) { return vy_reject_sta_domain(m.b, "", 0, 2); },
+		 "STA " + mu + " does not exist",
+		 "vy_reject_domain(): domain is absent. STA = " + ms +
+			 ", domain = , rcode = 2"},
+	};
+
+	join(a);
+	for (const Row &r : rows) {
+		SCOPED_TRACE(r.func);
+		EXPECT_EQ(r.call(unknown), -1);
+		EXPECT_TRUE(logged(VY_LOG_WARNING, r.func, r.missing));
+		EXPECT_EQ(r.call(a), -1);
+		EXPECT_TRUE(logged(VY_LOG_WARNING, r.func, r.refused));
+	}
+	sta s = snap(a);
+	EXPECT_EQ(s.dns_status, 0u);
+	EXPECT_EQ(s.listeners, 2);
+	EXPECT_EQ(vy_is_domain_hlist_empty(&s.domain_hlist), 1);
+	EXPECT_TRUE(notes(EventKind::NotifyDns).empty());
+
+	// A station's refused names cannot flood the log; missing stations
+	// are rare and always reported.
+	vy_host::advance(1000);
+	vy_host::take_events();
+	for (int k = 0; k < 30; k++) {
+		answer(a, "", 1);
+		answer(unknown, "x.org", 1);
+	}
+	size_t refused = 0, missing = 0;
+	for (const std::string &t : logs_of(VY_LOG_WARNING, "vy_add_sta_domain_ip"))
+		(t.find("fails") != std::string::npos ? refused : missing)++;
+	EXPECT_GE(refused, 1u);
+	EXPECT_LT(refused, 30u);
+	EXPECT_EQ(missing, 30u);
+}
+
+TEST_F(DnsProgressTest, AliasTargetLeavesTheLatestLatency)
+{
+	const Mac a = mac_of(9, 1);
+
+	join(a);
+	query(a, "www.a.com");
+	vy_host::advance(20);
+	vy_add_sta_domain_cname(a.b, "www.a.com", 9, "cdn.b.net", 9);
+	EXPECT_EQ(snap(a).dns_latest_latency, 200u);
+	vy_host::advance(30);
+	answer(a, "cdn.b.net", ip4(5, 6, 7, 8)); // the target's own entry
+	EXPECT_EQ(snap(a).dns_latest_latency, 200u);
+	query(a, "x.org");
+	vy_host::advance(5);
+	answer(a, "x.org", ip4(5, 6, 7, 9)); // unchanged status, new latency
+	EXPECT_EQ(snap(a).dns_latest_latency, 50u);
+	EXPECT_EQ(notes(EventKind::NotifyDns).size(), 1u);
+}
+
+TEST_F(DnsProgressTest, StatusRuleTable)
+{
+	struct Row {
+		u32 cur, req;
+		s32 result;
+		u32 after;
+		int delta;
+	} rows[] = {
+		{0, 0, 0, 0, 0},  {0, 1, 1, 1, -1}, {0, 2, 1, 2, -1},
+		{1, 0, 0, 1, 0},  {1, 2, 0, 1, 0},  {2, 0, 1, 0, 1},
+		{2, 1, 1, 1, 0},  {2, 2, 0, 2, 0},
+	};
+	const Mac a = mac_of(10, 1);
+	domain_entry target = {}, owner = {};
+
+	target.is_cname = 1;
+	target.first_latency = 70;
+	owner.first_latency = 40;
+	join(a);
+	for (const Row &r : rows) {
+		SCOPED_TRACE(std::to_string(r.cur) + "->" + std::to_string(r.req));
+		vy_write_guard guard(&vy_sta_table.sta_lock);
+		sta *e = _vy_find_sta(a.b);
+
+		e->dns_status = r.cur;
+		e->dns_latest_latency = 1;
+		s32 before = vy_read_listeners();
+		EXPECT_EQ(_vy_set_sta_dns_status(e, r.req, &target), r.result);
+		EXPECT_EQ(e->dns_status, r.after);
+		EXPECT_EQ(vy_read_listeners(), before + r.delta);
+		EXPECT_EQ(e->dns_latest_latency, 1u); // alias targets never count
+		_vy_set_sta_dns_status(e, e->dns_status, &owner);
+		EXPECT_EQ(e->dns_latest_latency, 40u);
+	}
+}
+
+// ---- the periodic update ---------------------------------------------
+
+using PeriodicUpdateTest = StaProgressEnv;
+
+TEST_F(PeriodicUpdateTest, DhcpTimesOutAfterMoreThan15Seconds)
+{
+	const Mac a = mac_of(11, 1), b = mac_of(11, 2), c = mac_of(11, 3);
+
+	join(a); // runs at 1500, 2000, ...
+	vy_add_sta_entry(b.b, "wlan0");
+	vy_add_sta_entry(c.b, "wlan0");
+	dhcp(a, 0, 1);
+	dhcp(c, 0, 1);
+	vy_host::advance_to(1030);
+	dhcp(c, 1, 5); // c's last exchange took 300 ms
+	vy_host::advance_to(1200);
+	vy_sta_start_timer(); // already pending: the run stays at 1500
+	vy_host::advance_to(1499);
+	dhcp(b, 0, 1);
+	vy_host::advance_to(1500);
+	dhcp(c, 0, 3); // renewal
+
+	vy_host::advance_to(2500); // a: exactly 1500 jiffies
+	EXPECT_EQ(snap(a).dhcp_status, 0u);
+	EXPECT_TRUE(notes(EventKind::NotifyDhcp, &a).empty());
+
+	vy_host::advance_to(3000); // a: 2000, b: 1501, c: 1500
+	for (const Mac *m : {&a, &b}) {
+		std::vector<Event> n = notes(EventKind::NotifyDhcp, m);
+		ASSERT_EQ(n.size(), 1u);
+		EXPECT_EQ(n[0].jiffies, 3000u);
+		EXPECT_EQ(n[0].status, 2);
+		EXPECT_EQ(n[0].reason, 1);
+		EXPECT_EQ(snap(*m).dhcp_start, 0u);
+		EXPECT_EQ(snap(*m).listeners, 1);
+	}
+	EXPECT_EQ(snap(c).dhcp_status, 0u);
+
+	vy_host::advance_to(3500);
+	std::vector<Event> n = notes(EventKind::NotifyDhcp, &c);
+	ASSERT_EQ(n.size(), 3u); // ack, renewal, timeout
+	EXPECT_EQ(n[2].status, 2);
+	EXPECT_EQ(n[2].reason, 1);
+	EXPECT_EQ(n[2].latency, 300u); // a timeout measures nothing
+	expect_consistent();
+}
+
+TEST_F(PeriodicUpdateTest, ListeningWindowEndsAfter35Seconds)
+{
+	const Mac idle = mac_of(12, 1), late = mac_of(12, 2),
+		  dhcp_busy = mac_of(12, 3), dns_busy = mac_of(12, 4),
+		  answered = mac_of(12, 5);
+
+	join(idle);
+	for (const Mac *m : {&dhcp_busy, &dns_busy, &answered})
+		vy_add_sta_entry(m->b, "wlan0");
+	query(answered, "a.com");
+	answer(answered, "a.com", 1);
+	vy_host::advance_to(1499);
+	vy_add_sta_entry(late.b, "wlan0");
+	vy_host::advance_to(4400);
+	dhcp(dhcp_busy, 0, 1);
+	vy_host::advance_to(4501); // idle: exactly 3500 at the run of 4500
+	EXPECT_EQ(snap(idle).listeners, 2);
+	EXPECT_EQ(snap(answered).listeners, 1);
+	vy_host::advance_to(4800);
+	query(dns_busy, "b.com");
+
+	vy_host::advance_to(5000);
+	struct Row {
+		const Mac *m;
+		u8 listeners;
+		bool open;
+	} rows[] = {{&idle, 0, false},	    {&late, 0, false},
+		    {&dhcp_busy, 2, true}, {&dns_busy, 2, true},
+		    {&answered, 0, false}};
+	for (const Row &r : rows) {
+		SCOPED_TRACE(mac_str(*r.m));
+		EXPECT_EQ(snap(*r.m).listeners, r.listeners);
+		EXPECT_EQ(snap(*r.m).join_time != 0, r.open);
+	}
+	EXPECT_EQ(snap(idle).dns_status, 0u);
+	EXPECT_TRUE(notes(EventKind::NotifyDns, &idle).empty());
+
+	// The run that times the exchange out also ends the window.
+	vy_host::advance_to(6000);
+	EXPECT_EQ(notes(EventKind::NotifyDhcp, &dhcp_busy).size(), 1u);
+	EXPECT_EQ(snap(dhcp_busy).listeners, 0);
+	// An unanswered query holds the window until it times out.
+	EXPECT_EQ(snap(dns_busy).listeners, 2);
+	vy_host::advance_to(6500);
+	std::vector<Event> n = notes(EventKind::NotifyDns, &dns_busy);
+	ASSERT_EQ(n.size(), 1u);
+	EXPECT_EQ(n[0].status, 2);
+	EXPECT_EQ(snap(dns_busy).listeners, 0);
+	EXPECT_EQ(vy_read_listeners(), 0);
+}
+
+TEST_F(PeriodicUpdateTest, RecentOutcomeSetsTheAverage)
+{
+	const Mac a = mac_of(13, 1);
+
+	join(a);
+	query(a, "a.com");
+	vy_host::advance_to(1010);
+	answer(a, "a.com", 1);
+	vy_host::advance_to(1500);
+	EXPECT_EQ(snap(a).dns_latency_avg, 100u);
+	vy_host::advance_to(2700);
+	query(a, "b.com");
+	vy_host::advance_to(4000); // nothing recent: the average stays
+	EXPECT_EQ(snap(a).dns_latency_avg, 100u);
+	vy_host::advance_to(4500); // b.com timed out: FAIL, average 0
+	sta s = snap(a);
+	EXPECT_EQ(s.dns_latency_avg, 0u);
+	EXPECT_EQ(s.dns_status, 1u); // OK is final
+	EXPECT_EQ(notes(EventKind::NotifyDns).size(), 1u);
+}
+
+TEST_F(PeriodicUpdateTest, FailThenLateAnswerKeepsTheListeners)
+{
+	const Mac a = mac_of(14, 1);
+
+	join(a);
+	query(a, "slow.org");
+	vy_host::advance_to(3000);
+	std::vector<Event> n = notes(EventKind::NotifyDns);
+	ASSERT_EQ(n.size(), 1u);
+	EXPECT_EQ(n[0].jiffies, 3000u);
+	EXPECT_EQ(n[0].status, 2);
+	EXPECT_EQ(snap(a).listeners, 1);
+
+	vy_host::advance_to(3100);
+	answer(a, "slow.org", 1);
+	n = notes(EventKind::NotifyDns);
+	ASSERT_EQ(n.size(), 2u);
+	EXPECT_EQ(n[1].status, 1);
+	EXPECT_EQ(snap(a).listeners, 1);
+	expect_consistent();
+}
+
+TEST_F(PeriodicUpdateTest, DhcpNotificationsGoFirstInBucketOrder)
+{
+	// Buckets: both is 5; dns_only 1; dhcp_old and dhcp_new share 6.
+	const Mac both = mac_of(15, 0x05), dns_only = mac_of(15, 0x01),
+		  dhcp_old = mac_of(15, 0x06), dhcp_new = mac_of(15, 0x0e);
+
+	join(both);
+	for (const Mac *m : {&dns_only, &dhcp_old, &dhcp_new})
+		vy_add_sta_entry(m->b, "wlan0");
+	for (const Mac *m : {&both, &dhcp_old, &dhcp_new})
+		dhcp(*m, 0, 1);
+	for (const Mac *m : {&both, &dns_only})
+		query(*m, "q.com");
+	vy_host::take_events();
+	vy_host::advance_to(3000);
+
+	std::vector<std::string> got;
+	for (const Event &e : vy_host::events())
+		if (e.kind == EventKind::NotifyDhcp || e.kind == EventKind::NotifyDns)
+			got.push_back(std::string(e.kind == EventKind::NotifyDhcp
+							  ? "dhcp "
+							  : "dns ") +
+				      mac_str(Mac{{e.mac[0], e.mac[1], e.mac[2],
+						   e.mac[3], e.mac[4], e.mac[5]}}));
+	std::vector<std::string> want = {
+		"dhcp " + mac_str(both),     "dhcp " + mac_str(dhcp_old),
+		"dhcp " + mac_str(dhcp_new), "dns " + mac_str(dns_only),
+		"dns " + mac_str(both)};
+	EXPECT_EQ(got, want);
+}
+
+TEST_F(PeriodicUpdateTest, AllocationFailureSendsWhatWasQueued)
+{
+	// Buckets 1, 2, 3, walked in that order.
+	const Mac first = mac_of(16, 1), broken = mac_of(16, 2),
+		  later = mac_of(16, 3);
+
+	join(broken);
+	vy_host::advance_to(4000);
+	vy_add_sta_entry(first.b, "wlan0");
+	vy_add_sta_entry(later.b, "wlan0");
+	vy_host::advance_to(5000); // broken's window ends with DHCP unseen
+	ASSERT_EQ(snap(broken).listeners, 0);
+	for (const Mac *m : {&first, &broken, &later})
+		dhcp(*m, 0, 1);
+
+	// broken holds no DHCP listener, so its timeout over-releases: that
+	// error is logged between the first copy and broken's own copy.
+	vy_host::set_event_sink([](const Event &e) {
+		if (e.kind == EventKind::Log &&
+		    e.text.find("substacted") != std::string::npos)
+			vy_host::fail_next_allocations(1);
+	});
+	vy_host::advance_to(7000);
+	vy_host::set_event_sink(nullptr);
+
+	// Errors read "func:line:text".
+	const std::string prefix = "vy_sta_periodic_update:";
+	std::vector<std::string> errs;
+	for (const std::string &l : vy_host::log_lines(VY_LOG_ERR))
+		if (l.compare(0, prefix.size(), prefix) == 0)
+			errs.push_back(l.substr(l.find(':', prefix.size()) + 1));
+	EXPECT_EQ(errs, std::vector<std::string>{"kzalloc fails"});
+	EXPECT_EQ(notes(EventKind::NotifyDhcp, &first).size(), 1u);
+	EXPECT_TRUE(notes(EventKind::NotifyDhcp, &broken).empty());
+	EXPECT_EQ(snap(broken).dhcp_status, 2u); // the change stays
+	EXPECT_EQ(snap(later).dhcp_status, 0u);	 // not reached in this run
+	EXPECT_TRUE(vy_plat_timer_pending(&vy_sta_table.sta_timer));
+
+	vy_host::advance_to(7500);
+	EXPECT_EQ(notes(EventKind::NotifyDhcp, &later).size(), 1u);
+	EXPECT_TRUE(notes(EventKind::NotifyDhcp, &broken).empty());
+	expect_consistent();
+}
+
+TEST_F(PeriodicUpdateTest, EmptyTableOnlyRearms)
+{
+	vy_write_force_listen(1);
+	vy_host::settle(); // hooked at 1000: the run falls at 1500
+	long allocs = vy_host::total_allocations();
+
+	vy_host::take_events();
+	debug_level = 4;
+	vy_host::advance_to(1500);
+	EXPECT_TRUE(vy_host::events().empty());
+	EXPECT_EQ(vy_host::total_allocations(), allocs);
+	EXPECT_TRUE(vy_plat_timer_pending(&vy_sta_table.sta_timer));
+	debug_level = 1;
+	vy_write_force_listen(0);
+}
+
+TEST_F(PeriodicUpdateTest, ListeningStopResetsPendingQueries)
+{
+	const Mac a = mac_of(17, 1);
+
+	join(a);
+	query(a, "gone.org");
+	vy_host::advance_to(4000); // gone.org timed out at 3000: FAIL
+	query(a, "pending.org");
+	vy_host::advance_to(5000); // the window ends, the last listener goes
+	EXPECT_EQ(vy_read_listeners(), 0);
+	EXPECT_FALSE(vy_host::hooks_registered());
+	EXPECT_FALSE(vy_plat_timer_pending(&vy_sta_table.sta_timer));
+
+	vy_read_guard guard(&vy_sta_table.sta_lock);
+	domain_entry *d = _vy_find_domain(&_vy_find_sta(a.b)->domain_hlist,
+					  "pending.org", 11);
+	ASSERT_NE(d, nullptr);
+	EXPECT_EQ(d->query_time, 0u);
+	EXPECT_EQ(d->last_update, 0u);
+}
+
+} // namespace
