@@ -1,0 +1,458 @@
+// The diagnostics devices' write side and registration: command lines
+// written to either device, the help, the device and sysfs registration
+// with the undo of a failed start, and the sysfs majors.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "module_fixture.h"
+#include "vy_dump.h"
+#include "vy_host.h"
+#include "vy_sta_list.h"
+
+namespace {
+
+struct Mac {
+	u8 b[ETH_ALEN];
+};
+
+const Mac kA = {{0x02, 0x00, 0x00, 0x00, 0x00, 0x01}};
+const Mac kB = {{0x0a, 0x1b, 0x2c, 0x3d, 0x4e, 0xf5}};
+
+bool has_sta(const Mac &m)
+{
+	vy_read_guard guard(&vy_sta_table.sta_lock);
+	return _vy_find_sta(m.b) != nullptr;
+}
+
+// Log texts of func at level, without their "func:line:" or "func[line]:"
+// prefix.
+std::vector<std::string> logs_of(int level, const std::string &func)
+{
+	std::vector<std::string> out;
+
+	for (const std::string &l : vy_host::log_lines(level)) {
+		if (l.compare(0, func.size(), func) != 0 || l.size() <= func.size())
+			continue;
+		char open = l[func.size()];
+		size_t end = open == '[' ? l.find("]:", func.size())
+					 : l.find(':', func.size() + 1);
+		if ((open != '[' && open != ':') || end == std::string::npos)
+			continue;
+		out.push_back(l.substr(end + (open == '[' ? 2 : 1)));
+	}
+	return out;
+}
+
+const std::vector<std::string> kHelp = {
+	"(1) Enable/Disable debug mode to keep listening: echo -n \"force_listen 1/0\" > /dev/vy_summary",
+	"(2) Delete all STA: echo -n \"del all\" > /dev/vy_summary",
+	"(3) Delete a STA: echo -n \"del sta XX:XX:XX:XX:XX:XX\" > /dev/vy_summary",
+	"(4) Set debug level: echo -n \"debug_level <0..4>\" > /dev/vy_summary",
+};
+
+// The help printed since the last take_events(), in full copies: any line
+// at the default level must be part of a whole help in order.
+int helps_printed()
+{
+	const std::vector<std::string> lines = vy_host::log_lines(VY_LOG_DEFAULT);
+	EXPECT_EQ(lines.size() % kHelp.size(), 0u);
+	for (size_t i = 0; i < lines.size(); i++)
+		EXPECT_EQ(lines[i], kHelp[i % kHelp.size()]);
+	return static_cast<int>(lines.size() / kHelp.size());
+}
+
+// Writes bytes through a freshly opened device, as "echo -n" does.
+long write_cmd(const std::string &bytes, int id = VY_CHRDEV_SUMMARY)
+{
+	int err = 0;
+	vy_host::File *f = vy_host::open(id, &err);
+
+	EXPECT_NE(f, nullptr) << err;
+	if (!f)
+		return -1000;
+	long r = vy_host::write(f, bytes.data(), bytes.size());
+	EXPECT_EQ(vy_host::release(f), 0);
+	return r;
+}
+
+class DumpCommandFixture : public ModuleTest {
+protected:
+	void SetUp() override
+	{
+		ModuleTest::SetUp();
+		vy_host::advance_to(1000);
+		join(kA.b);
+		join(kB.b);
+		vy_host::take_events();
+	}
+};
+
+using DumpCommand = DumpCommandFixture;
+
+// ---- lengths and copies ---------------------------------------------------
+
+TEST_F(DumpCommand, LineLengthBounds)
+{
+	EXPECT_EQ(write_cmd(""), 0);
+	EXPECT_TRUE(vy_host::log_lines().empty());
+
+	// 64 bytes: the digit is the last of them and is read.
+	const std::string line64 = std::string(51, ' ') + "debug_level 3";
+	ASSERT_EQ(line64.size(), 64u);
+	EXPECT_EQ(write_cmd(line64), 64);
+	EXPECT_EQ(debug_level, 3);
+
+	// 65 bytes: refused unread.
+	vy_host::take_events();
+	const std::string line65 = std::string(52, ' ') + "debug_level 2";
+	EXPECT_EQ(write_cmd(line65), 0);
+	EXPECT_EQ(debug_level, 3);
+	EXPECT_EQ(logs_of(VY_LOG_ERR, "vy_dump_dev_write"),
+		  std::vector<std::string>{"The input length 65 > 64"});
+	EXPECT_EQ(helps_printed(), 0);
+
+	vy_host::take_events();
+	EXPECT_EQ(write_cmd(std::string(4096, 'x')), 0);
+	EXPECT_EQ(logs_of(VY_LOG_ERR, "vy_dump_dev_write"),
+		  std::vector<std::string>{"The input length 4096 > 64"});
+}
+
+TEST_F(DumpCommand, UnreadableUserBytesAreRefused)
+{
+	vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER);
+	EXPECT_EQ(write_cmd("del all"), -VY_EFAULT);
+	EXPECT_EQ(logs_of(VY_LOG_ERR, "vy_dump_dev_write"),
+		  std::vector<std::string>{"copy_from_user error"});
+	EXPECT_TRUE(has_sta(kA));
+	EXPECT_TRUE(has_sta(kB));
+	EXPECT_EQ(helps_printed(), 0);
+}
+
+TEST_F(DumpCommand, BytesAfterANulAreIgnored)
+{
+	EXPECT_EQ(write_cmd(std::string("debug_level 2\0debug_level 4", 27)), 27);
+	EXPECT_EQ(debug_level, 2);
+	EXPECT_EQ(write_cmd(std::string("\0del all", 8)), 8);
+	EXPECT_EQ(helps_printed(), 1);
+	EXPECT_TRUE(has_sta(kA));
+}
+
+// ---- the commands ---------------------------------------------------------
+
+TEST_F(DumpCommand, EachCommandAndItsPrefixes)
+{
+	struct Case {
+		const char *line;
+		int force;     // expected force_listen, or -1 for unchanged (0)
+		int level;     // expected debug_level (starts at 1)
+		bool a_left;   // station kA still there
+		bool b_left;   // station kB still there
+		int helps;     // whole helps printed
+	} cases[] = {
+		{"force_listen 1", 1, 1, true, true, 0},
+		{"force_listen 0", 0, 1, true, true, 0},
+		{"force_listen 10", 1, 1, true, true, 0},
+		{"force_listenX 1", 1, 1, true, true, 0},
+		{"force_liste 1", 1, 1, true, true, 0},
+		{"force_listenXXXXXXX 1", 0, 1, true, true, 1}, // argument "XXXX"
+		{"force_list 1", 0, 1, true, true, 1},
+		{"force_listen 2", 0, 1, true, true, 1},
+		{"force_listen", 0, 1, true, true, 1},
+		{"  force_listen\t1\n", 1, 1, true, true, 0},
+		{"debug_level 0", 0, 0, true, true, 0},
+		{"debug_level 4", 0, 4, true, true, 0},
+		{"debug_level 4x", 0, 4, true, true, 0},
+		{"debug_levels 2", 0, 2, true, true, 0},
+		{"debug_level 5", 0, 1, true, true, 1},
+		{"debug_level -1", 0, 1, true, true, 1},
+		{"debug_leve 2", 0, 1, true, true, 1},
+		{"Debug_level 2", 0, 1, true, true, 1},
+		{"debug_level\n3\n", 0, 3, true, true, 0},
+		{"del all", 0, 1, false, false, 0},
+		{"delete all", 0, 1, false, false, 0},
+		{"del allx", 0, 1, false, false, 0},
+		{"del all 02:00:00:00:00:01", 0, 1, false, false, 0},
+		{"del\xa0" "all", 0, 1, false, false, 0}, // 0xa0 is white space to the kernel
+		{"del al", 0, 1, true, true, 1},
+		{"de all", 0, 1, true, true, 1},
+		{"DEL ALL", 0, 1, true, true, 1},
+		{"del", 0, 1, true, true, 1},
+		{"del foo 02:00:00:00:00:01", 0, 1, true, true, 1},
+		{"del sta 02:00:00:00:00:01", 0, 1, false, true, 0},
+		{"del station 02:00:00:00:00:01", 0, 1, false, true, 0},
+		{"del sta 2:0:0:0:0:1", 0, 1, false, true, 0},
+		{"del sta 0a:1B:2c:3D:4e:F5", 0, 1, true, false, 0},
+		{"del sta 0a:1b:2c:3d:4e:f5\n", 0, 1, true, false, 0},
+		{" del  sta  0a: 1b: 2c: 3d: 4e: f5", 0, 1, true, false, 0},
+		{"del sta 02:00:00:00:00", 0, 1, true, true, 1},
+		{"del sta 02:00:00:00:00:", 0, 1, true, true, 1},
+		{"del sta 02-00-00-00-00-01", 0, 1, true, true, 1},
+		{"del sta 02 :00:00:00:00:01", 0, 1, true, true, 1},
+		{"del sta 002:00:00:00:00:01", 0, 1, true, true, 1},
+		{"del sta +2:00:00:00:00:01", 0, 1, true, true, 1},
+		{"del sta 02:00:00:00:00:g1", 0, 1, true, true, 1},
+		{"del sta 02:00:00:00:00:1g", 0, 1, false, true, 0}, // reads "1"
+		{"del sta 02:00:00:00:00:09", 0, 1, true, true, 0}, // no such station
+		{"", 0, 1, true, true, 0},
+		{" ", 0, 1, true, true, 1},
+		{"\n", 0, 1, true, true, 1},
+		{"help", 0, 1, true, true, 1},
+		{"sta del all", 0, 1, true, true, 1},
+	};
+
+	// Each line gets a module of its own, with the same two stations.
+	unload();
+	for (const Case &c : cases) {
+		SCOPED_TRACE(std::string("line \"") + c.line + "\"");
+		vy_host::reset();
+		debug_level = 1;
+		veyra_init();
+		vy_host::settle();
+		join(kA.b);
+		join(kB.b);
+		vy_host::take_events();
+
+		const std::string line = c.line;
+		EXPECT_EQ(write_cmd(line), static_cast<long>(line.size()));
+		vy_host::settle();
+		EXPECT_EQ(vy_read_force_listen(), c.force);
+		EXPECT_EQ(debug_level, c.level);
+		EXPECT_EQ(has_sta(kA), c.a_left);
+		EXPECT_EQ(has_sta(kB), c.b_left);
+		EXPECT_EQ(vy_get_sta_count(), (int)c.a_left + (int)c.b_left);
+		EXPECT_EQ(helps_printed(), c.helps);
+
+		veyra_exit();
+		EXPECT_EQ(vy_host::live_allocations(), 0);
+		EXPECT_FALSE(vy_host::hooks_registered());
+		debug_level = 1;
+	}
+	vy_host::reset();
+	load();
+}
+
+TEST_F(DumpCommand, HelpIsFourPlainLinesWhateverTheDebugLevel)
+{
+	EXPECT_EQ(write_cmd("debug_level 0"), 13);
+	ASSERT_EQ(debug_level, 0);
+	vy_host::take_events();
+
+	EXPECT_EQ(write_cmd("what?", VY_CHRDEV_DUMP), 5);
+	const std::vector<vy_host::Event> &ev = vy_host::events();
+	ASSERT_EQ(ev.size(), 4u);
+	for (size_t i = 0; i < ev.size(); i++) {
+		EXPECT_EQ(ev[i].kind, vy_host::EventKind::Log);
+		EXPECT_EQ(ev[i].level, VY_LOG_DEFAULT);
+		EXPECT_EQ(ev[i].text, kHelp[i]);
+	}
+}
+
+TEST_F(DumpCommand, DebugLevelZeroLeavesOnlyErrors)
+{
+	EXPECT_EQ(write_cmd("debug_level 0"), 13);
+	vy_host::take_events();
+
+	// Notices and warnings of the station table are silent now, errors
+	// still print.
+	const Mac c = {{0x02, 0, 0, 0, 0, 0x33}};
+	join(c.b);
+	EXPECT_EQ(write_cmd("del sta 02:00:00:00:00:33"), 25);
+	EXPECT_FALSE(has_sta(c));
+	write_cmd(std::string(65, 'x'));
+	for (const vy_host::Event &e : vy_host::events()) {
+		if (e.kind == vy_host::EventKind::Log) {
+			EXPECT_EQ(e.level, VY_LOG_ERR) << e.text;
+		}
+	}
+	EXPECT_EQ(vy_host::log_lines(VY_LOG_ERR).size(), 1u);
+}
+
+TEST_F(DumpCommand, DelStaOfAnUnknownStationOnlyLogsTheNotice)
+{
+	debug_level = 2;
+	EXPECT_EQ(write_cmd("del sta 02:00:00:00:00:09"), 25);
+	EXPECT_EQ(logs_of(VY_LOG_NOTICE, "vy_del_sta_entry"),
+		  std::vector<std::string>{"STA 02:00:00:00:00:09 does not exist"});
+	EXPECT_EQ(vy_get_sta_count(), 2);
+
+	vy_host::take_events();
+	EXPECT_EQ(write_cmd("del sta 02:00:00:00:00:01"), 25);
+	EXPECT_EQ(logs_of(VY_LOG_NOTICE, "vy_del_sta_entry"),
+		  std::vector<std::string>{
+			  "Delete STA 02:00:00:00:00:01 from user command"});
+}
+
+TEST_F(DumpCommand, DelAllReleasesListenersAndStopsStationEvents)
+{
+	EXPECT_EQ(write_cmd("del all", VY_CHRDEV_DUMP), 7);
+	vy_host::settle();
+	EXPECT_EQ(vy_get_sta_count(), 0);
+	EXPECT_EQ(vy_read_listeners(), 0);
+	EXPECT_FALSE(vy_host::umac_monitor_registered());
+
+	// Joins are no longer seen.
+	EXPECT_FALSE(vy_host::umac_event(0, kA.b, "wlan0"));
+	EXPECT_EQ(vy_get_sta_count(), 0);
+
+	// The unload unregisters the monitor a second time, which umac
+	// refuses.
+	vy_host::take_events();
+	unload();
+	EXPECT_EQ(logs_of(VY_LOG_ERR, "vy_unregister_event_monitor"),
+		  std::vector<std::string>{
+			  "nxUMAC_events_monitor_unregister(&vy_sta_monitor) fails probably due to no registration before"});
+}
+
+TEST_F(DumpCommand, ForceListenHooksWithoutStations)
+{
+	// A module without stations, so that no second hook run is queued.
+	unload();
+	vy_host::reset();
+	load();
+	ASSERT_FALSE(vy_host::hooks_registered());
+
+	EXPECT_EQ(write_cmd("force_listen 1"), 14);
+	vy_host::settle();
+	EXPECT_TRUE(vy_host::hooks_registered());
+	EXPECT_EQ(write_cmd("force_listen 0"), 14);
+	vy_host::settle();
+	EXPECT_FALSE(vy_host::hooks_registered());
+}
+
+TEST_F(DumpCommand, OnlyTheHolderOfTheDevicesCanWrite)
+{
+	int err = 0;
+	vy_host::File *holder = vy_host::open(VY_CHRDEV_DUMP, &err);
+	ASSERT_NE(holder, nullptr);
+	EXPECT_EQ(vy_host::open(VY_CHRDEV_SUMMARY, &err), nullptr);
+	EXPECT_EQ(err, -VY_EBUSY);
+
+	EXPECT_EQ(vy_host::write(holder, "debug_level 3", 13), 13);
+	EXPECT_EQ(debug_level, 3);
+	EXPECT_EQ(vy_host::release(holder), 0);
+}
+
+// ---- start, stop and sysfs ------------------------------------------------
+
+class DumpInit : public ::testing::Test {
+protected:
+	void SetUp() override
+	{
+		vy_host::reset();
+		debug_level = 1;
+	}
+
+	void TearDown() override
+	{
+		EXPECT_EQ(vy_host::live_allocations(), 0);
+		debug_level = 1;
+	}
+
+	static void expect_nothing_registered()
+	{
+		EXPECT_EQ(vy_host::chrdev_major(VY_CHRDEV_SUMMARY), 0);
+		EXPECT_EQ(vy_host::chrdev_major(VY_CHRDEV_DUMP), 0);
+		EXPECT_FALSE(vy_host::kobject_present());
+		EXPECT_FALSE(vy_host::sysfs_present(VY_SYSFS_SUMMARY_MAJOR));
+		EXPECT_FALSE(vy_host::sysfs_present(VY_SYSFS_DUMP_MAJOR));
+	}
+};
+
+TEST_F(DumpInit, RegistersBothDevicesAndPublishesTheirMajors)
+{
+	ASSERT_EQ(vy_dump_init(), 0);
+	const int summary = vy_host::chrdev_major(VY_CHRDEV_SUMMARY);
+	const int dump = vy_host::chrdev_major(VY_CHRDEV_DUMP);
+	EXPECT_GT(summary, 0);
+	EXPECT_GT(dump, 0);
+	EXPECT_NE(summary, dump);
+	EXPECT_TRUE(vy_host::kobject_present());
+	EXPECT_EQ(vy_host::sysfs_read(VY_SYSFS_SUMMARY_MAJOR),
+		  std::to_string(summary) + "\n");
+	EXPECT_EQ(vy_host::sysfs_read(VY_SYSFS_DUMP_MAJOR),
+		  std::to_string(dump) + "\n");
+	EXPECT_TRUE(vy_host::log_lines().empty());
+
+	char page[4096];
+	EXPECT_EQ(vy_sysfs_show(7, page), -VY_EINVAL);
+
+	vy_dump_exit();
+	expect_nothing_registered();
+	// A second stop finds nothing left to remove.
+	vy_dump_exit();
+	expect_nothing_registered();
+}
+
+TEST_F(DumpInit, AFailedStartUndoesEveryStepBeforeIt)
+{
+	struct Case {
+		vy_host::FailPoint point;
+		int err;      // injected
+		int result;   // of vy_dump_init
+		const char *line;
+	} cases[] = {
+		{vy_host::FAIL_CHRDEV_SUMMARY, -16, -16,
+		 "Failed to register chrdev /dev/vy_summary: -16"},
+		{vy_host::FAIL_CHRDEV_DUMP, -24, -24,
+		 "Failed to register chrdev /dev/vy_dump: -24"},
+		{vy_host::FAIL_KOBJECT, -12, -VY_ENOMEM, "failed to register sys/veyra"},
+		{vy_host::FAIL_SYSFS_SUMMARY, -17, -17,
+		 "failed to register sys/veyra/summary_dev_major_num: -17"},
+		{vy_host::FAIL_SYSFS_DUMP, -12, -12,
+		 "failed to register sys/veyra/dump_dev_major_num: -12"},
+	};
+	for (const Case &c : cases) {
+		SCOPED_TRACE(c.line);
+		vy_host::reset();
+		vy_host::fail_at(c.point, c.err);
+		EXPECT_EQ(vy_dump_init(), c.result);
+		EXPECT_EQ(logs_of(VY_LOG_ERR, "vy_dump_init"),
+			  std::vector<std::string>{c.line});
+		expect_nothing_registered();
+
+		// What was undone is forgotten: a stop removes nothing, and a
+		// later start registers everything again.
+		vy_dump_exit();
+		expect_nothing_registered();
+		ASSERT_EQ(vy_dump_init(), 0);
+		EXPECT_NE(vy_host::chrdev_major(VY_CHRDEV_DUMP), 0);
+		EXPECT_TRUE(vy_host::sysfs_present(VY_SYSFS_DUMP_MAJOR));
+		vy_dump_exit();
+		expect_nothing_registered();
+	}
+}
+
+TEST_F(DumpInit, TheModuleRunsOnWithoutDevicesAfterAFailedStart)
+{
+	vy_host::fail_at(vy_host::FAIL_KOBJECT);
+	EXPECT_EQ(veyra_init(), 0);
+	vy_host::settle();
+	expect_nothing_registered();
+	EXPECT_EQ(vy_host::sysfs_read(VY_SYSFS_DUMP_MAJOR), "");
+
+	int err = 0;
+	EXPECT_EQ(vy_host::open(VY_CHRDEV_DUMP, &err), nullptr);
+	EXPECT_NE(err, 0);
+
+	const Mac c = {{0x02, 0, 0, 0, 0, 0x44}};
+	ASSERT_TRUE(vy_host::umac_event(0, c.b, "wlan0"));
+	vy_host::settle();
+	EXPECT_EQ(vy_get_sta_count(), 1);
+	veyra_exit();
+	expect_nothing_registered();
+}
+
+TEST_F(DumpInit, ModuleStopRemovesDevicesAndSysfs)
+{
+	EXPECT_EQ(veyra_init(), 0);
+	vy_host::settle();
+	EXPECT_NE(vy_host::chrdev_major(VY_CHRDEV_SUMMARY), 0);
+	EXPECT_TRUE(vy_host::sysfs_present(VY_SYSFS_SUMMARY_MAJOR));
+	veyra_exit();
+	expect_nothing_registered();
+}
+
+} // namespace
