@@ -1,0 +1,120 @@
+#!/bin/sh
+# Runs veyra in a QEMU VM with a Wi-Fi access point, real clients and a real
+# DHCP/DNS server: builds the modules, prepares the guest kernel (downloaded
+# into a cache folder, never installed) and the initramfs, boots once, runs the
+# guest scenarios in that boot, streams the serial console with timestamps and
+# collects everything into the results folder.
+#
+# usage: tests/vm/run.sh [--demo] [--out DIR] [--no-build] [SCENARIO...]
+#   SCENARIO     names from tests/vm/guest/ (default: every t[0-9]*.sh, in order)
+#   --demo       run the demo scenario instead (results in build/vm-demo)
+#   --out DIR    results folder (default build/vm-results)
+#   --no-build   use the modules already in build/module
+#   --build DIR  the build folder holding module/ (default build)
+# Environment:
+#   KVER                 kernel release the guest boots (default: scripts/kver.sh)
+#   VY_FEATURES          module features whose checks must pass (default: tests/vm/features)
+#   VY_SLOW              multiplies every guest wait and the VM time limit (default 1)
+#   VM_TIMEOUT           seconds before the VM is stopped (default 900)
+#   VM_MEM, VM_SMP       guest memory in MiB (default 1024) and CPUs (default 2)
+#   QEMU_EXTRA           more QEMU options
+# Exit status: 0 when every check passed, 1 when one failed or the run did not finish.
+set -eu
+. "$(dirname "$0")/env.sh"
+
+mode=check out= build=1 scenarios= BUILD_DIR=$SRC_ROOT/build
+while [ $# -gt 0 ]; do
+	case "$1" in
+	--demo) mode=demo ;;
+	--out) out=$2; shift ;;
+	--no-build) build= ;;
+	--build) BUILD_DIR=$2; shift ;;
+	-h|--help) sed -n '2,/^# Exit status/p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+	-*) echo "run.sh: unknown option $1" >&2; exit 2 ;;
+	*) scenarios="$scenarios $1" ;;
+	esac
+	shift
+done
+
+mkdir -p "$BUILD_DIR"
+BUILD_DIR=$(cd "$BUILD_DIR" && pwd)
+if [ "$mode" = demo ]; then
+	out=${out:-$BUILD_DIR/vm-demo}
+	scenarios=demo
+else
+	out=${out:-$BUILD_DIR/vm-results}
+	if [ -z "$scenarios" ]; then
+		for f in "$VM_DIR"/guest/t[0-9]*.sh; do scenarios="$scenarios $(basename "$f" .sh)"; done
+	fi
+fi
+for s in $scenarios; do
+	[ -f "$VM_DIR/guest/$s.sh" ] || { echo "run.sh: no scenario $s in tests/vm/guest" >&2; exit 2; }
+done
+if [ -z "${VY_FEATURES+set}" ]; then
+	VY_FEATURES=$(sed 's/#.*//' "$VM_DIR/features" | tr -s ' \n\t' '   ')
+fi
+
+VM_T0=$(date +%s.%N)
+note() { echo "[host $(vm_elapsed)] $*"; }
+
+"$SRC_ROOT/scripts/vm-deps.sh"
+vm_kver
+tree=$("$VM_DIR/kernel-cache.sh")
+
+if [ -n "$build" ]; then
+	note "building the modules for $KVER"
+	make -s -C "$SRC_ROOT" module KVER="$KVER"
+fi
+moddir=$BUILD_DIR/module
+for m in veyra umac; do
+	# Without a build the guest still runs (its checks of the modules fail).
+	[ -f "$moddir/$m.ko" ] || { echo "run.sh: $moddir/$m.ko is missing (make module)" >&2; [ -z "$build" ] || exit 1; }
+done
+
+initrd=$BUILD_DIR/vm/initramfs-$KVER.cpio.gz
+if [ ! -f "$initrd" ] || [ "$VM_DIR/init" -nt "$initrd" ] || [ "$VM_DIR/mkinitramfs.sh" -nt "$initrd" ]; then
+	note "building the initramfs"
+	"$VM_DIR/mkinitramfs.sh" "$tree" "$initrd"
+fi
+
+rm -rf "$out"
+mkdir -p "$out"
+out=$(cd "$out" && pwd)
+cat > "$out/plan" <<PLAN
+export VY_SRC='$SRC_ROOT'
+export VY_MODDIR='$moddir'
+export VY_KTREE='$tree'
+export VY_SCENARIOS='$(echo $scenarios)'
+export VY_FEATURES='$(echo $VY_FEATURES)'
+export VY_SLOW='${VY_SLOW:-1}'
+export VY_MODE='$mode'
+PLAN
+
+note "booting $KVER (scenarios: $(echo $scenarios))"
+# KVM is not used: it hangs on these hosts; software emulation is reliable.
+# The serial console is cleaned of terminal control sequences and stamped.
+set +e
+timeout $(( ${VM_TIMEOUT:-900} * ${VY_SLOW:-1} )) qemu-system-x86_64 \
+	-accel tcg -smp "${VM_SMP:-2}" -m "${VM_MEM:-1024}" \
+	-display none -monitor none -serial stdio -no-reboot \
+	-kernel "$tree/boot/vmlinuz-$KVER" -initrd "$initrd" \
+	-append "console=ttyS0 quiet panic=-1 log_buf_len=8M vy.stage2=$VM_DIR/guest/stage2.sh" \
+	-virtfs local,path=/,mount_tag=hostroot,security_model=none,readonly=on,multidevs=remap \
+	-virtfs "local,path=$out,mount_tag=outdir,security_model=none" \
+	-device virtio-rng-pci -net none ${QEMU_EXTRA:-} < /dev/null 2>&1 |
+	sed -u -e 's/\r$//' -e 's/\x1bc//g' -e 's/\x1b\[[0-9;?]*[a-zA-Z]//g' |
+	grep --line-buffered -vE '^(SeaBIOS|Booting from|iPXE|$)' |
+	while IFS= read -r line; do echo "[host $(vm_elapsed)] $line"; done | tee "$out/serial.log"
+set -e
+note "VM stopped; results in $out"
+
+if ! grep -q '^RESULT ' "$out/result" 2>/dev/null; then
+	echo "VM run did not finish (no RESULT line; see $out/serial.log)" >&2
+	exit 1
+fi
+grep -E '^(FAIL|XPASS)' "$out/result" | sed 's/^/  /' || true
+pass=$(grep -c '^PASS' "$out/result" || true)
+fails=$(grep -c '^FAIL' "$out/result" || true)
+xfail=$(grep -c '^XFAIL' "$out/result" || true)
+echo "VM $mode: $pass passed, $fails failed, $xfail waiting for their feature"
+[ "$fails" -eq 0 ]
