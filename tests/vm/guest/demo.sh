@@ -60,6 +60,18 @@ echo "(waiting for veyra's 15 s DNS timeout and its 5 s update)"
 wait_for 45 grep -q "^notify_sta_dns vap=$AP_IF sta=$M2 status=2" "$UMAC_NOTES" || echo "(no DNS failure reported for bob)"
 sleep 1
 
+banner "an operator keeps listening (force_listen 1); alice looks up names again"
+# veyra stops inspecting traffic as soon as every followed station has its
+# first DHCP and DNS outcome; names a station asks after that are not seen.
+# An operator who wants the whole picture turns listening on.
+if have_devices; then
+	vy_cmd "force_listen 1"
+	wait_for 30 hooks_are 1 || echo "(hooks did not come on)"
+	ip netns exec sta1 dig +time=3 +tries=2 +noall +answer @$S files.lan printer.lan
+	ip netns exec sta1 dig +time=3 +tries=2 @$S nosuch.lan | grep -o 'status: [A-Z]*' | sed 's/^/nosuch.lan: /'
+	sleep 1
+fi
+
 banner "/dev/vy_summary and /dev/vy_dump"
 if vy_dump_to "$OUT/demo"; then
 	echo "--- /dev/vy_summary"; cat "$OUT/demo.summary"
@@ -67,6 +79,8 @@ if vy_dump_to "$OUT/demo"; then
 else
 	echo "(the diagnostics devices are not in this build)"
 fi
+
+have_devices && vy_cmd "force_listen 0"
 
 banner "the stations leave; the hooks come off"
 check alice_leaves sta_disconnect 1

@@ -69,6 +69,12 @@ check sta2_dns_timed_out grep -q 'timed out' "$OUT/dns-sta2.log"
 check_feature periodic sta2_dns_fail_notification wait_for 45 has_note dns "$M2"
 check_feature periodic sta2_dns_fail_once dns_note_once "$M2" 2
 
+# Once every station has its outcomes the hooks are off and later lookups go
+# unseen; with force_listen on, station 1's names are recorded and answered.
+check_feature sta+dhcp+periodic outcomes_unhook_both wait_for 30 hooks_are 0
+check_feature devices force_listen_on vy_cmd "force_listen 1"
+check_feature devices forced_hooks_on wait_for 30 hooks_are 1
+sta_run 1 dig +time=3 +tries=2 @$S files.lan printer.lan nosuch.lan
 check_feature devices dumps_readable vy_dump_to "$OUT/wifi-2sta"
 summary_row() { grep -Eq "^$1 +$2 +$3$" "$OUT/wifi-2sta.summary"; }
 check_feature dump+dhcp+dns summary_sta1 summary_row "$M1" "$IP1" OK
@@ -77,6 +83,14 @@ check_feature dump dump_names_sta1 grep -q "^STA: $M1$" "$OUT/wifi-2sta.dump"
 check_feature dump dump_hostname_sta1 grep -q '^Hostname: alice$' "$OUT/wifi-2sta.dump"
 check_feature dump+dns dump_cname grep -Eq '^\[cname\] nas\.lan +:' "$OUT/wifi-2sta.dump"
 check_feature dump+periodic dump_timeout grep -Eq '^a\.slow\.lan +:.*\(latency: 15 sec timeout\)$' "$OUT/wifi-2sta.dump"
+check_feature dump+dns dump_address grep -Eq '^printer\.lan +: 192\.168\.77\.50 \(latency: [0-9]+ ms\)$' "$OUT/wifi-2sta.dump"
+check_feature dump+dns dump_alias_owner grep -Eq '^files\.lan +: 192\.168\.77\.51 \(latency: [0-9]+ ms\)$' "$OUT/wifi-2sta.dump"
+check_feature dump+dns dump_rcode grep -Eq '^nosuch\.lan +: rcode 3 \(latency: [0-9]+ ms\)$' "$OUT/wifi-2sta.dump"
+check_feature devices force_listen_off vy_cmd "force_listen 0"
+check_feature devices forced_hooks_off wait_for 30 hooks_are 0
+# Unhooked, nothing changes any more: a reader with a small buffer gets the
+# same text as one with a large buffer.
+check_feature dump dump_small_reads sh -c "cat /dev/vy_dump > '$OUT/dump-big.txt' && dd if=/dev/vy_dump of='$OUT/dump-400.txt' bs=400 2>/dev/null && cmp '$OUT/dump-big.txt' '$OUT/dump-400.txt'"
 
 # Leaves: the entries go, and with them the hooks.
 klog_mark
