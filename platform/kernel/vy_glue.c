@@ -253,7 +253,8 @@ void vy_plat_log(int level, const char *fmt, ...)
 		pr_debug("%pV", &vaf);
 		break;
 	default:
-		printk(KERN_DEFAULT "%pV", &vaf);
+		/* No level: the console's default, as printk without one. */
+		vprintk(fmt, args);
 		break;
 	}
 	va_end(args);

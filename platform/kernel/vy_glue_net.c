@@ -68,14 +68,13 @@ static const struct sk_buff *vy_sk(const struct vy_skb *skb)
 	return (const struct sk_buff *)skb;
 }
 
-void vy_plat_skb_view(const struct vy_skb *vskb, struct vy_skb_view *v)
+void vy_plat_skb_view(const struct vy_skb *skb, struct vy_skb_view *v)
 {
-	const struct sk_buff *skb = vy_sk(vskb);
+	const struct sk_buff *sb = vy_sk(skb);
 
-	v->mac = skb_mac_header_was_set(skb) ? skb->head + skb->mac_header :
-					       NULL;
-	v->end = skb_tail_pointer(skb);
-	v->len = skb->len;
+	v->mac = skb_mac_header_was_set(sb) ? sb->head + sb->mac_header : NULL;
+	v->end = skb_tail_pointer(sb);
+	v->len = sb->len;
 }
 
 static const struct nf_hook_state *vy_st(const struct vy_hook_state *st)
