@@ -19,7 +19,7 @@ need() {
 case "${1:-host}" in
 host)
 	need build-essential g++ cmake libgtest-dev googletest libbenchmark-dev \
-		python3 clang libclang-rt-14-dev
+		python3 clang libclang-rt-14-dev libldns-dev libc-ares-dev
 	;;
 module)
 	need build-essential kmod

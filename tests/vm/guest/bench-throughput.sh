@@ -5,16 +5,18 @@
 #              bridge hooks are not registered
 #   hooked     force_listen 1: both hooks registered, every bridged frame
 #              passes veyra's classification (and is ignored: wired to wired)
-# The states alternate within each round, in a rotated order, so that a
-# drift of the emulated machine's speed spreads over all three.
+# The states alternate within each round, in a rotated order, and the report
+# compares each state with the unloaded figure of the same round: the
+# emulated machine's speed drifts with the host's load, and a round's
+# measurements lie close together in time.
 #
 # Results: $OUT/bench-throughput.tsv (round, state, protocol, bits per second
 # received) and $OUT/bench-throughput.meta; scripts/bench-report.py turns
 # them into ratios to the unloaded figure. A goal missed is reported there,
 # not failed here: under software emulation the figures move with the host's
 # load. A measurement that did not complete is a failure.
-ROUNDS=${VY_BENCH_ROUNDS:-3}
-SECS=${VY_BENCH_SECONDS:-5}
+ROUNDS=${VY_BENCH_ROUNDS:-6}
+SECS=${VY_BENCH_SECONDS:-4}
 SERVER=$NET.2
 TSV=$OUT/bench-throughput.tsv
 PORT=5201

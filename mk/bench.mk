@@ -1,0 +1,60 @@
+# Benchmarks: the module's costs measured side by side with their floors and
+# with established parsers, in an optimised build without sanitizers of its
+# own; and bridge throughput in the real kernel, in the VM.
+#
+#   make bench           run every host benchmark, print each comparison as
+#                        a ratio, and rewrite BENCHMARKS.md from the results
+#   make bench-vm        iperf3 across the VM's bridge with veyra unloaded,
+#                        loaded but unhooked, and hooked; rewrites BENCHMARKS.md
+#   make bench-profile   callgrind over the hot paths; the hot spots go into
+#                        BENCHMARKS.md
+#   make bench-report    BENCHMARKS.md again from the results already there
+#
+# Settings: BENCH_ARGS (Google Benchmark options, e.g. a filter),
+# BENCH_BUILD (build folder). `make check` builds the benchmarks in the
+# ordinary build and runs each one for a moment (the bench_smoke tests).
+
+BENCH_BUILD ?= build-bench
+BENCH_OUT = $(BENCH_BUILD)/results
+BENCH_VM_OUT = $(BUILD)/bench-vm
+BENCH_ARGS ?= --benchmark_repetitions=3 --benchmark_enable_random_interleaving=true \
+	--benchmark_display_aggregates_only=true
+BENCH_BINARIES = veyra_bench_parsers veyra_bench
+BENCH_REPORT = scripts/bench-report.py --results $(BENCH_OUT) --vm $(BENCH_VM_OUT) \
+	--output BENCHMARKS.md
+
+.PHONY: bench bench-build bench-deps bench-vm bench-profile bench-report
+
+bench-deps:
+	@scripts/bench-deps.sh host
+
+$(BENCH_BUILD)/CMakeCache.txt:
+	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DVY_SANITIZE=OFF
+
+bench-build: bench-deps $(BENCH_BUILD)/CMakeCache.txt
+	cmake --build $(BENCH_BUILD) -j$(JOBS) --target $(BENCH_BINARIES)
+
+bench: bench-build
+	@mkdir -p $(BENCH_OUT)
+	@set -e; for b in $(BENCH_BINARIES); do \
+		echo "== $$b"; \
+		$(BENCH_BUILD)/bench/$$b $(BENCH_ARGS) \
+			--benchmark_out=$(BENCH_OUT)/$$b.json --benchmark_out_format=json \
+			--vy_ratios_out=$(BENCH_OUT)/$$b.ratios.json; \
+	done
+	@$(BENCH_REPORT)
+
+bench-profile: bench-build
+	@scripts/bench-profile.sh $(BENCH_BUILD)/bench $(BENCH_OUT)
+	@$(BENCH_REPORT)
+
+# In sequence: the package installs must not run alongside the module build's.
+bench-vm:
+	@scripts/vm-deps.sh
+	@scripts/bench-deps.sh vm
+	@$(MAKE) --no-print-directory module
+	@rc=0; tests/vm/run.sh --no-build --build $(BUILD) --out $(BENCH_VM_OUT) \
+		bench-throughput || rc=$$?; $(BENCH_REPORT) && exit $$rc
+
+bench-report:
+	@$(BENCH_REPORT)
