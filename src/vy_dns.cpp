@@ -75,7 +75,10 @@ static const u8 *_vy_parse_dns_domain(const u8 *dns, const u8 *domain_p,
 		return nullptr;
 	}
 
-	vy_memset(out, 0, room);
+	/* The outermost call clears the whole buffer; a pointer's target is
+	 * written into the cleared rest of it. */
+	if (depth == 0)
+		vy_memset(out, 0, room);
 	*out_len = 0;
 
 	/* The name's first byte is the only one not vouched for by the
@@ -250,8 +253,6 @@ static u32 vy_parse_dns_answer(const u8 *sta_mac, const u8 *dns,
 		return 0;
 	}
 
-	vy_memset(answer, 0, sizeof(*answer));
-
 	p = _vy_parse_dns_domain(dns, buff, end, answer->name,
 				 &answer->name_len, VY_DNS_NAME_SIZE);
 	if (!p) {
@@ -298,7 +299,6 @@ static u32 vy_parse_dns_answer(const u8 *sta_mac, const u8 *dns,
 		else
 			rdata_end = answer->rdata + answer->rdlength - 1;
 
-		vy_memset(&alias, 0, sizeof(alias));
 		if (!_vy_parse_dns_domain(dns, answer->rdata, rdata_end,
 					  alias.name, &alias.len,
 					  VY_DNS_NAME_SIZE)) {

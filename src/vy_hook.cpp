@@ -160,22 +160,58 @@ static const u8 *vy_eth_header(const vy_skb_view *v)
 	return v->mac;
 }
 
-s32 vy_check_skb(const vy_skb *skb, const vy_hook_state *state, u32 hooknum)
+/* The debug lines of vy_check_skb, out of the hot path: they print only at
+ * debug_level 4, and keeping them inline makes every frame pay for their
+ * stack frame. They still carry vy_check_skb's name. */
+#define vy_check_skb_dbg(fmt, ...)                                           \
+	do {                                                                 \
+		if (vy_debug_level() >= 4)                                   \
+			vy_plat_log(VY_LOG_DEBUG, "%s[%d]:" fmt, "vy_check_skb", \
+				    __LINE__, ##__VA_ARGS__);                \
+	} while (0)
+
+static __attribute__((noinline, cold)) void
+vy_check_skb_not_wireless(const vy_skb *skb, vy_dev *port, u32 hooknum)
 {
-	vy_skb_view v;
+	if (hooknum == VY_NF_BR_PRE_ROUTING)
+		vy_check_skb_dbg("NF_BR_PRE_ROUTING, skb: %p, the input device %s is not wireless.\n",
+				 skb, vy_plat_dev_name(port));
+	else
+		vy_check_skb_dbg("NF_BR_POST_ROUTING, skb: %p, the output device %s is not wireless.\n",
+				 skb, vy_plat_dev_name(port));
+}
+
+static __attribute__((noinline, cold)) void
+vy_check_skb_summary(const vy_skb *skb, const u8 *eth, vy_dev *port, vy_dev *in,
+		     vy_dev *out, const char *hook_name)
+{
+	vy_dev *br = port ? vy_plat_dev_master_get(port) : nullptr;
+
+	vy_check_skb_dbg("%s, skb: %p, src %pM, des %pM, bridge: %s(%pM). In: %s, Out: %s\n",
+			 hook_name, skb, eth + 6, eth,
+			 br ? vy_plat_dev_name(br) : "NULL",
+			 br ? vy_plat_dev_addr(br) : nullptr,
+			 in ? vy_plat_dev_name(in) : "NULL",
+			 out ? vy_plat_dev_name(out) : "NULL");
+	if (br)
+		vy_plat_dev_put(br);
+}
+
+static s32 _vy_check_skb(const vy_skb *skb, const vy_hook_state *state,
+			 u32 hooknum, const vy_skb_view *v)
+{
 	vy_dev *port = nullptr, *in = nullptr, *out = nullptr;
 	const char *hook_name;
 	s32 result = 0;
 
-	vy_plat_skb_view(skb, &v);
-	const u8 *eth = vy_eth_header(&v);
+	const u8 *eth = vy_eth_header(v);
 	if (!eth) {
-		vy_dbg("%p: Not Eth\n", skb);
+		vy_check_skb_dbg("%p: Not Eth\n", skb);
 		return 0;
 	}
 	u16 type = vy_get_be16(eth + 12);
 	if (type != VY_ETH_P_IP) {
-		vy_dbg("%p: Not IP packet. eth_type = 0x%04x\n", skb, type);
+		vy_check_skb_dbg("%p: Not IP packet. eth_type = 0x%04x\n", skb, type);
 		return 0;
 	}
 
@@ -190,47 +226,40 @@ s32 vy_check_skb(const vy_skb *skb, const vy_hook_state *state, u32 hooknum)
 	}
 
 	if (port) {
-		/* A VLAN on a VLAN on a VAP still reaches the VAP. */
-		vy_dev *real = vy_get_real_dev(vy_get_real_dev(port));
+		/* A VLAN on a VLAN on a VAP still reaches the VAP; a plain
+		 * port needs no second look. */
+		vy_dev *real = vy_get_real_dev(port);
+		if (real != port)
+			real = vy_get_real_dev(real);
 		if (!real || !vy_plat_dev_is_wireless(real)) {
-			if (hooknum == VY_NF_BR_PRE_ROUTING)
-				vy_dbg("NF_BR_PRE_ROUTING, skb: %p, the input device %s is not wireless.\n",
-				       skb, vy_plat_dev_name(port));
-			else
-				vy_dbg("NF_BR_POST_ROUTING, skb: %p, the output device %s is not wireless.\n",
-				       skb, vy_plat_dev_name(port));
+			vy_check_skb_not_wireless(skb, port, hooknum);
 			return 0;
 		}
 		result = hooknum == VY_NF_BR_PRE_ROUTING ? 1 : 2;
 	}
 
-	/* The summary line costs a device lookup: only when it prints. */
-	if (vy_debug_level() >= 4) {
-		vy_dev *br = port ? vy_plat_dev_master_get(port) : nullptr;
-
-		vy_dbg("%s, skb: %p, src %pM, des %pM, bridge: %s(%pM). In: %s, Out: %s\n",
-		       hook_name, skb, eth + 6, eth,
-		       br ? vy_plat_dev_name(br) : "NULL",
-		       br ? vy_plat_dev_addr(br) : nullptr,
-		       in ? vy_plat_dev_name(in) : "NULL",
-		       out ? vy_plat_dev_name(out) : "NULL");
-		if (br)
-			vy_plat_dev_put(br);
-	}
+	if (vy_debug_level() >= 4)
+		vy_check_skb_summary(skb, eth, port, in, out, hook_name);
 	return result;
 }
 
-s32 vy_parse_skb(const vy_skb *skb, pkt_hdrs *hdrs, pkt_info *info,
-		 u8 to_wireless)
+s32 vy_check_skb(const vy_skb *skb, const vy_hook_state *state, u32 hooknum)
 {
 	vy_skb_view v;
 
+	vy_plat_skb_view(skb, &v);
+	return _vy_check_skb(skb, state, hooknum, &v);
+}
+
+/* The frame path proper, with the view vy_check_skb already took. */
+static s32 vy_parse_skb(const vy_skb *skb, pkt_hdrs *hdrs, pkt_info *info,
+			 u8 to_wireless, const vy_skb_view &v)
+{
 	if (!skb || !hdrs || !info)
 		return 0;
 	*hdrs = pkt_hdrs{};
 	*info = pkt_info{};
 
-	vy_plat_skb_view(skb, &v);
 	const u8 *eth = vy_eth_header(&v);
 	hdrs->eth = eth;
 	if (!eth || vy_get_be16(eth + 12) != VY_ETH_P_IP)
@@ -315,15 +344,31 @@ s32 vy_parse_skb(const vy_skb *skb, pkt_hdrs *hdrs, pkt_info *info,
 	return 0;
 }
 
+s32 vy_parse_skb(const vy_skb *skb, pkt_hdrs *hdrs, pkt_info *info,
+		 u8 to_wireless)
+{
+	vy_skb_view v;
+
+	if (!skb)
+		return 0;
+	vy_plat_skb_view(skb, &v);
+	return vy_parse_skb(skb, hdrs, info, to_wireless, v);
+}
+
 static unsigned int vy_br_hook(vy_skb *skb, const vy_hook_state *state,
 			       u32 hooknum)
 {
-	pkt_hdrs hdrs = {};
-	pkt_info info = {};
+	vy_skb_view v;
 
-	s32 r = vy_check_skb(skb, state, hooknum);
-	if (r)
-		vy_parse_skb(skb, &hdrs, &info, r == 2 ? 1 : 0);
+	vy_plat_skb_view(skb, &v);
+	s32 r = _vy_check_skb(skb, state, hooknum, &v);
+	if (r) {
+		/* Zero when handed on: nobody else ever sees them. */
+		pkt_hdrs hdrs = {};
+		pkt_info info = {};
+
+		vy_parse_skb(skb, &hdrs, &info, r == 2 ? 1 : 0, v);
+	}
 	return VY_NF_ACCEPT;
 }
 
