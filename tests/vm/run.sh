@@ -87,6 +87,10 @@ export VY_KTREE='$tree'
 export VY_SCENARIOS='$(echo $scenarios)'
 export VY_FEATURES='$(echo $VY_FEATURES)'
 export VY_SLOW='${VY_SLOW:-1}'
+export VY_SCENARIO_TIMEOUT='${VY_SCENARIO_TIMEOUT:-600}'
+export VY_SOAK_CYCLES='${VY_SOAK_CYCLES:-20}'
+export VY_BENCH_ROUNDS='${VY_BENCH_ROUNDS:-}'
+export VY_BENCH_SECONDS='${VY_BENCH_SECONDS:-}'
 export VY_MODE='$mode'
 PLAN
 
