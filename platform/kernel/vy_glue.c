@@ -135,9 +135,16 @@ void vy_plat_sema_init(struct vy_plat_sem *s, int count)
 	sema_init(vy_sem(s), count);
 }
 
+/*
+ * The hook work sleeps here for as long as listening lasts, often minutes.
+ * An uninterruptible sleep that long makes the hung-task detector report
+ * the worker every two minutes, so the sleep is interruptible; a kworker
+ * never receives signals, so it only returns once the semaphore is taken.
+ */
 void vy_plat_down(struct vy_plat_sem *s)
 {
-	down(vy_sem(s));
+	while (down_interruptible(vy_sem(s)))
+		;
 }
 
 void vy_plat_up(struct vy_plat_sem *s)
