@@ -12,7 +12,7 @@ JOBS ?= $(shell nproc)
 all: host
 
 # Every suite: host tests under ASan/UBSan, the kernel modules, the VM.
-check: deps check-host module vm-check
+check: deps check-host fuzz-smoke stress-smoke module vm-check
 
 deps:
 	@scripts/install-deps.sh host

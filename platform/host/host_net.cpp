@@ -10,6 +10,9 @@ namespace vy_host {
 
 namespace {
 std::mutex g_net_mu;
+/* Frames inside a hook function, and the wait for them to leave. */
+std::condition_variable g_net_cv;
+int g_in_flight = 0;
 bool g_hooks = false;
 int g_hook_registrations = 0;
 int g_fail_hooks = 0;
@@ -94,23 +97,49 @@ vy_skb make_skb(const std::vector<std::uint8_t> &frame, std::size_t linear)
 	return skb;
 }
 
+namespace {
+/*
+ * The kernel's unregistration waits until no frame is inside a hook
+ * function any more (synchronize_net), so nothing a frame does can come
+ * after the hook work's unhook. The host keeps the same promise: a frame
+ * that found the hooks registered finishes before unregistering returns.
+ */
+bool enter_hook()
+{
+	std::lock_guard<std::mutex> lk(g_net_mu);
+	if (!g_hooks)
+		return false;
+	g_in_flight++;
+	return true;
+}
+
+void leave_hook()
+{
+	std::lock_guard<std::mutex> lk(g_net_mu);
+	if (--g_in_flight == 0)
+		g_net_cv.notify_all();
+}
+} // namespace
+
 bool pass_pre_routing(vy_skb &skb, vy_dev *in)
 {
-	if (!hooks_registered())
+	if (!enter_hook())
 		return false;
 	vy_hook_state st;
 	st.in = in;
 	vy_br_pre_routing_hook(nullptr, &skb, &st);
+	leave_hook();
 	return true;
 }
 
 bool pass_post_routing(vy_skb &skb, vy_dev *out)
 {
-	if (!hooks_registered())
+	if (!enter_hook())
 		return false;
 	vy_hook_state st;
 	st.out = out;
 	vy_br_post_routing_hook(nullptr, &skb, &st);
+	leave_hook();
 	return true;
 }
 
@@ -143,10 +172,11 @@ int vy_plat_register_hooks(void)
 void vy_plat_unregister_hooks(void)
 {
 	{
-		std::lock_guard<std::mutex> lk(g_net_mu);
+		std::unique_lock<std::mutex> lk(g_net_mu);
 		if (!g_hooks)
 			contract_violation("unregistering hooks that were never registered");
 		g_hooks = false;
+		g_net_cv.wait(lk, [] { return g_in_flight == 0; });
 	}
 	Event ev{};
 	ev.kind = EventKind::HooksUnregistered;

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * Command lines written to the devices, each followed by a read: the
+ * parser of "%15s %7s %2hhx:..." over any bytes, and every command's
+ * effect on a table of three stations (one with a DHCP and DNS history).
+ *
+ * Input: up to eight records, each
+ *   ctl (1)  bit 0: written to /dev/vy_dump instead of /dev/vy_summary
+ *            bits 1-2: the read after it: none, 400 bytes at a time,
+ *                      4096, or an odd size taken from the next byte
+ *            bit 3: the file is kept open for the next record
+ *            bit 4: the copy from the writer fails
+ *            bit 5: the station table changes first (a station joins,
+ *                   a query goes out)
+ *   len (1)  0 to 255: lengths above 64 must be refused
+ *   the line's bytes (cut at the input's end), in an exact-size block
+ */
+#include "fuzz_common.h"
+
+namespace {
+
+void history(const std::uint8_t *mac)
+{
+	vy_set_sta_dhcp_status(mac, 0, 1, 0, 0, 0, 0, "phone", 5);
+	vy_set_sta_dhcp_status(mac, 1, 5, 0x1701a8c0, 0x0101a8c0, 0x0101a8c0,
+			       0x0101a8c0, "phone", 5);
+	vy_add_sta_domain(mac, "www.example.com", 15, 0x1701a8c0);
+	vy_add_sta_domain_cname(mac, "www.example.com", 15, "edge.example.net", 16);
+	vy_add_sta_domain_ip(mac, "edge.example.net", 16, 0x22d8b85d);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
+{
+	fz::Input in(data, size);
+	vy_host::File *f = nullptr;
+	int dev = -1;
+
+	fz::load();
+	for (unsigned i = 0; i < 3; i++)
+		vy_host::umac_event(0, fz::station_mac(i), i ? "wlan1" : "wlan0");
+	history(fz::station_mac(0));
+	vy_host::settle();
+
+	for (int i = 0; i < 8 && in.left() >= 2; i++) {
+		std::uint8_t ctl = in.u8();
+		fz::Bytes line = in.take(in.u8());
+		size_t rsize = 0;
+
+		switch ((ctl >> 1) & 3) {
+		case 1: rsize = 400; break;
+		case 2: rsize = 4096; break;
+		case 3: rsize = 351 + in.u8() * 7u; break;
+		}
+		if (ctl & 0x20) {
+			vy_host::umac_event(0, fz::station_mac(3), "wlan0");
+			vy_add_sta_domain(fz::station_mac(3), "a.lan", 5, 0);
+		}
+
+		int want = (ctl & 1) ? VY_CHRDEV_DUMP : VY_CHRDEV_SUMMARY;
+		if (f && dev != want) {
+			int err = 0;
+			if (vy_host::open(want, &err) || err != -VY_EBUSY)
+				fz::fail("a second open gave %d", err);
+			vy_host::release(f);
+			f = nullptr;
+		}
+		if (!f) {
+			int err = 0;
+			f = vy_host::open(want, &err);
+			if (!f)
+				fz::fail("open of a free device gave %d", err);
+			dev = want;
+		}
+
+		if (ctl & 0x10)
+			vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER);
+		fz::Exact e(line);
+		long r = vy_host::write(f, reinterpret_cast<const char *>(e.data()),
+					line.size());
+		long expect = (line.empty() || line.size() > VY_CMD_MAX) ? 0
+			      : (ctl & 0x10) ? -VY_EFAULT
+					     : (long)line.size();
+		if (r != expect)
+			fz::fail("write of %zu bytes gave %ld, not %ld",
+				 line.size(), r, expect);
+		/* A refused copy is not consumed by a write that reads nothing. */
+		vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER, 0);
+		vy_host::settle();
+		fz::check_table();
+
+		if (rsize && !fz::read_all(f, rsize))
+			fz::fail("the read never ends");
+		if (!(ctl & 8)) {
+			vy_host::release(f);
+			f = nullptr;
+		}
+		if (vy_read_force_listen() && !vy_host::hooks_registered())
+			fz::fail("force_listen on but no hooks");
+		if (vy_debug_level() < 0 || vy_debug_level() > 4)
+			fz::fail("debug_level %d", vy_debug_level());
+	}
+	if (f)
+		vy_host::release(f);
+	fz::check_table();
+	fz::unload();
+	return 0;
+}

@@ -1,0 +1,77 @@
+#!/bin/bash
+# SPDX-License-Identifier: GPL-2.0
+# Runs fuzz targets on their corpora and prints one line per target:
+#
+#   run.sh BUILD SECONDS [TARGET...]
+#
+# BUILD is the fuzz build (its tests/fuzz/ holds the targets). Each
+# target works in BUILD/fuzz-work/TARGET/: corpus/ starts as a copy of
+# the seeds and keeps what the fuzzer adds, findings/ keeps crashing,
+# leaking or timing-out inputs (earlier ones stay; only this run's count),
+# run.log the fuzzer's output. FUZZ_JOBS
+# targets run at once (default 1). The status is non-zero when any target
+# reported anything.
+set -u
+
+if [ $# -lt 2 ]; then
+	echo "usage: $0 BUILD SECONDS [TARGET...]" >&2
+	exit 2
+fi
+build=$1
+secs=$2
+shift 2
+here=$(cd "$(dirname "$0")" && pwd)
+targets=${*:-fuzz_dns fuzz_dhcp fuzz_skb fuzz_command fuzz_module}
+jobs=${FUZZ_JOBS:-1}
+
+run_one() {
+	t=$1
+	bin=$build/tests/fuzz/$t
+	work=$build/fuzz-work/$t
+	mkdir -p "$work/corpus" "$work/findings"
+	cp -n "$here/corpus/$t/"* "$work/corpus/" 2>/dev/null
+	dict=""
+	case $t in
+	fuzz_command | fuzz_module) dict="-dict=$here/fuzz_command.dict" ;;
+	esac
+	rm -f "$work/result"
+	touch "$work/started"
+	start=$(date +%s)
+	# shellcheck disable=SC2086
+	"$bin" -max_total_time="$secs" -timeout=25 -rss_limit_mb=3072 \
+		-print_final_stats=1 -artifact_prefix="$work/findings/" $dict \
+		"$work/corpus" "$here/corpus/$t" >"$work/run.log" 2>&1
+	rc=$?
+	end=$(date +%s)
+	execs=$(sed -n 's/^stat::number_of_executed_units: //p' "$work/run.log")
+	found=$(find "$work/findings" -type f -newer "$work/started" | wc -l)
+	status=ok
+	[ "$rc" -eq 0 ] && [ "$found" -eq 0 ] || status="FAILED (exit $rc)"
+	printf '%-13s %10s executions %6s s  %s finding(s)  %s\n' \
+		"$t" "${execs:-?}" "$((end - start))" "$found" "$status" |
+		tee "$work/result"
+	[ "$status" = ok ]
+}
+
+fail=0
+running=0
+for t in $targets; do
+	if [ ! -x "$build/tests/fuzz/$t" ]; then
+		echo "$t: not built in $build" >&2
+		exit 2
+	fi
+	run_one "$t" &
+	running=$((running + 1))
+	if [ "$running" -ge "$jobs" ]; then
+		wait -n
+		running=$((running - 1))
+	fi
+done
+wait
+for t in $targets; do
+	grep -q ' ok$' "$build/fuzz-work/$t/result" 2>/dev/null || fail=1
+done
+if [ "$fail" -ne 0 ]; then
+	echo "fuzzing found something: see $build/fuzz-work/*/findings and run.log" >&2
+fi
+exit $fail

@@ -1,0 +1,603 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * Bad input from operators and stations gets its documented answer and
+ * changes nothing else: command lines of every length from 0 to 70 made of
+ * any bytes (binary and NUL included), MAC addresses of one to six bytes,
+ * unknown commands; DNS and DHCP messages cut at every length, each in a
+ * heap block of exactly its size so that AddressSanitizer sees any read
+ * past it, and frames whose linear part ends at every length.
+ */
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "frames.h"
+#include "module_fixture.h"
+#include "parsers/msg_builder.h"
+#include "vy_dhcp.h"
+#include "vy_dns.h"
+#include "vy_dump.h"
+#include "vy_hook.h"
+
+namespace {
+
+using msg::Bytes;
+
+const u8 kSta[6] = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55};
+const u8 kA[6] = {0x02, 0x00, 0x00, 0x00, 0x00, 0x01};
+/* What a MAC cut short would read as if its missing bytes counted. */
+const u8 kZeroTail[6] = {0x02, 0x00, 0x00, 0x00, 0x00, 0x00};
+
+/* A buffer in a heap block of exactly its size. */
+class Exact {
+public:
+	explicit Exact(const Bytes &b, size_t n)
+		: n_(n), p_(new u8[n ? n : 1])
+	{
+		if (n)
+			std::memcpy(p_.get(), b.data(), n);
+	}
+	const u8 *data() const { return p_.get(); }
+	u32 size() const { return static_cast<u32>(n_); }
+
+private:
+	size_t n_;
+	std::unique_ptr<u8[]> p_;
+};
+
+/* The module state a bad input must leave alone. */
+struct State {
+	int force, level, count, listeners;
+	bool hooks;
+	std::vector<std::string> stations;
+
+	bool operator==(const State &o) const
+	{
+		return force == o.force && level == o.level && count == o.count &&
+		       listeners == o.listeners && hooks == o.hooks &&
+		       stations == o.stations;
+	}
+};
+
+State state_now()
+{
+	State s{vy_read_force_listen(), debug_level, vy_get_sta_count(),
+		vy_read_listeners(), vy_host::hooks_registered(), {}};
+	vy_read_guard g(&vy_sta_table.sta_lock);
+	for (auto &h : vy_sta_table.sta_hlist)
+		for (vy_hlist_node *p = h.first; p; p = p->next) {
+			const sta *e = vy_container_of(p, sta, hlist);
+			s.stations.push_back(std::string(e->mac, e->mac + 6) + e->vap_name);
+		}
+	return s;
+}
+
+bool has_sta(const u8 *mac)
+{
+	vy_read_guard g(&vy_sta_table.sta_lock);
+	return _vy_find_sta(mac) != nullptr;
+}
+
+/* The entry of a station, copied under the lock (its domain table is not
+ * part of the copy). */
+sta entry_of(const u8 *mac)
+{
+	sta copy{};
+	vy_read_guard g(&vy_sta_table.sta_lock);
+	const sta *e = _vy_find_sta(mac);
+	EXPECT_NE(e, nullptr);
+	if (e)
+		std::memcpy(&copy, e, sizeof(copy));
+	copy.domain_hlist = domain_hlist{};
+	return copy;
+}
+
+/* A domain entry's fields, or nothing when the name is not in the table. */
+struct Domain {
+	bool present = false;
+	u8 ip_num = 0;
+	u32 ip0 = 0;
+	u8 rcode = 0;
+};
+
+Domain domain_of(const u8 *mac, const std::string &name)
+{
+	Domain d;
+	vy_write_guard g(&vy_sta_table.sta_lock);
+	sta *e = _vy_find_sta(mac);
+	if (!e)
+		return d;
+	domain_entry *de = _vy_find_domain(&e->domain_hlist, name.data(),
+					   static_cast<u16>(name.size()));
+	if (de) {
+		d.present = true;
+		d.ip_num = de->ip_num;
+		d.ip0 = de->ips[0];
+		d.rcode = de->rcode;
+	}
+	return d;
+}
+
+long write_line(const std::string &bytes)
+{
+	int err = 0;
+	vy_host::File *f = vy_host::open(VY_CHRDEV_SUMMARY, &err);
+
+	EXPECT_NE(f, nullptr) << err;
+	if (!f)
+		return -1000;
+	/* An exact-size copy: the write must not read past the count. */
+	Exact e(Bytes(bytes.begin(), bytes.end()), bytes.size());
+	long r = vy_host::write(f, reinterpret_cast<const char *>(e.data()),
+				bytes.size());
+	vy_host::release(f);
+	return r;
+}
+
+int count_lines(int level)
+{
+	return static_cast<int>(vy_host::log_lines(level).size());
+}
+
+bool scan_space(u8 c)
+{
+	return c == ' ' || (c >= '\t' && c <= '\r') || c == 0xa0;
+}
+
+class BadInput : public ModuleTest {
+protected:
+	void SetUp() override
+	{
+		ModuleTest::SetUp();
+		vy_host::advance_to(1000);
+		join(kSta);
+		join(kA);
+		join(kZeroTail, "wlan1");
+		vy_host::take_events();
+	}
+
+	/* A fresh module with the one station, for a message that must meet
+	 * a station in a known state. */
+	void fresh()
+	{
+		unload();
+		vy_host::reset();
+		debug_level = 1;
+		load();
+		vy_host::advance_to(1000);
+		join(kSta);
+		vy_host::take_events();
+	}
+};
+
+// ---- command lines ---------------------------------------------------------
+
+/*
+ * Every length from 0 to 70, any bytes: each line starts with a head that
+ * is, or begins, a command word and goes on with random bytes whose first
+ * one cannot complete the command (so the line is never a valid command);
+ * then the rest is random, NUL and binary included. Lines of 1 to 64
+ * bytes print the help once and return their length; longer ones are
+ * refused with the length error and return 0; the empty write returns 0
+ * silently. Nothing else changes.
+ */
+TEST_F(BadInput, CommandLinesOfEveryLengthChangeNothing)
+{
+	struct Head {
+		std::string text;
+		std::string refused; /* bytes the first random byte avoids */
+	};
+	const Head heads[] = {
+		{"", "df"},
+		{"del ", "as"},
+		{"del sta ", "0123456789abcdefABCDEF"},
+		{"force_listen ", "01"},
+		{"debug_level ", "01234"},
+	};
+	std::mt19937 rng(8);
+	const State before = state_now();
+
+	for (const Head &h : heads) {
+		for (size_t len = 0; len <= 70; len++) {
+			for (int rep = 0; rep < 4; rep++) {
+				std::string line = h.text;
+				u8 first;
+				do
+					first = static_cast<u8>(rng());
+				while (scan_space(first) ||
+				       h.refused.find((char)first) != std::string::npos);
+				line.push_back((char)first);
+				while (line.size() < len)
+					line.push_back((char)(u8)rng());
+				line.resize(len);
+				SCOPED_TRACE("head \"" + h.text + "\", length " +
+					     std::to_string(len));
+
+				vy_host::take_events();
+				long r = write_line(line);
+				if (len == 0) {
+					EXPECT_EQ(r, 0);
+					EXPECT_TRUE(vy_host::log_lines().empty());
+				} else if (len <= 64) {
+					EXPECT_EQ(r, (long)len);
+					EXPECT_EQ(count_lines(VY_LOG_DEFAULT), 4);
+					EXPECT_EQ(count_lines(0), 4);
+				} else {
+					EXPECT_EQ(r, 0);
+					EXPECT_EQ(count_lines(VY_LOG_DEFAULT), 0);
+					ASSERT_EQ(count_lines(VY_LOG_ERR), 1);
+					EXPECT_NE(vy_host::log_lines(VY_LOG_ERR)[0].find(
+							  "The input length " + std::to_string(len) + " > 64"),
+						  std::string::npos);
+				}
+				vy_host::settle();
+				ASSERT_TRUE(state_now() == before);
+			}
+		}
+	}
+}
+
+/* Words that are no command, or a command cut short or misspelt. */
+TEST_F(BadInput, UnknownCommandsPrintTheHelpAndChangeNothing)
+{
+	const char *const lines[] = {
+		"add sta 02:11:22:33:44:55", "list", "show all", "force 1",
+		"force_lis 1", "debug 4", "debug_leve 4", "de all", "DEL ALL",
+		"Force_listen 1", "del", "force_listen", "debug_level",
+		"\x01\x02\x03", "\xff\xfe del all", "del\x01" "all", "0 del all",
+	};
+	const State before = state_now();
+
+	for (const char *l : lines) {
+		SCOPED_TRACE(std::string("line \"") + l + "\"");
+		vy_host::take_events();
+		EXPECT_EQ(write_line(l), (long)std::strlen(l));
+		EXPECT_EQ(count_lines(VY_LOG_DEFAULT), 4);
+		vy_host::settle();
+		EXPECT_TRUE(state_now() == before);
+	}
+}
+
+/*
+ * "del sta" with one to six MAC bytes (two digits, one digit, a trailing
+ * colon): only six bytes delete, and then only that station. The station
+ * 02:00:00:00:00:00 is what a shorter MAC would read as if its missing
+ * bytes were taken as zeros: it must survive every shorter line.
+ */
+TEST_F(BadInput, MacsOfOneToSixBytes)
+{
+	const char *const two[] = {"02", "00", "00", "00", "00", "01"};
+	const char *const one[] = {"2", "0", "0", "0", "0", "1"};
+
+	for (int k = 1; k <= 6; k++) {
+		for (int form = 0; form < 3; form++) {
+			std::string line = "del sta ";
+			for (int i = 0; i < k; i++) {
+				if (i)
+					line += ":";
+				line += form == 1 ? one[i] : two[i];
+			}
+			if (form == 2)
+				line += ":";
+			SCOPED_TRACE("line \"" + line + "\"");
+			fresh();
+			join(kA);
+			join(kZeroTail, "wlan1");
+			vy_host::take_events();
+
+			EXPECT_EQ(write_line(line), (long)line.size());
+			vy_host::settle();
+			EXPECT_EQ(has_sta(kA), k < 6);
+			EXPECT_TRUE(has_sta(kZeroTail));
+			EXPECT_TRUE(has_sta(kSta));
+			EXPECT_EQ(count_lines(VY_LOG_DEFAULT), k < 6 ? 4 : 0);
+			expect_listener_invariant();
+		}
+	}
+
+	/* A seventh byte is past the format and not read. */
+	fresh();
+	join(kA);
+	EXPECT_EQ(write_line("del sta 02:00:00:00:00:01:ff"), 28);
+	EXPECT_FALSE(has_sta(kA));
+	EXPECT_TRUE(has_sta(kSta));
+}
+
+// ---- DNS messages cut short ------------------------------------------------
+
+const pkt_info kInfo = {17, 0, 0, {192, 168, 1, 23}, {192, 168, 1, 1}};
+
+/*
+ * A query cut at every length: 12 bytes or fewer give -1; a question cut
+ * anywhere adds nothing; only the whole message adds the pending name.
+ */
+TEST_F(BadInput, DnsQueryCutAtEveryLength)
+{
+	const Bytes q = msg::Dns().query().question("www.example.com").build();
+
+	for (size_t len = 0; len <= q.size(); len++) {
+		SCOPED_TRACE("length " + std::to_string(len));
+		fresh();
+		Exact e(q, len);
+		EXPECT_EQ(vy_parse_dns(kSta, &kInfo, e.data(), e.size(), 0),
+			  len <= 12 ? -1 : 0);
+		EXPECT_EQ(domain_of(kSta, "www.example.com").present, len == q.size());
+		EXPECT_EQ(entry_of(kSta).dns_status, VY_STATUS_UNKNOWN);
+		expect_listener_invariant();
+	}
+}
+
+/*
+ * A response cut at every length, after the station asked: a CNAME record
+ * (its owner a pointer to the question) and an A record for the alias.
+ * A record applies only when all of it is inside the message; records
+ * before the cut keep their effect; the first one applied makes the DNS
+ * status OK.
+ */
+TEST_F(BadInput, DnsAnswerCutAtEveryLength)
+{
+	msg::Dns d;
+	d.response().question("www.example.com");
+	const size_t q_end = d.here();
+	const std::uint16_t target_at = static_cast<std::uint16_t>(q_end + 12);
+	d.cname(msg::ptr(12), msg::name("edge.example.net"));
+	const size_t cname_end = d.here();
+	d.a(msg::ptr(target_at), {93, 184, 216, 34});
+	const Bytes m = d.build();
+	ASSERT_EQ(m.size(), d.here());
+
+	for (size_t len = 0; len <= m.size(); len++) {
+		SCOPED_TRACE("length " + std::to_string(len));
+		fresh();
+		vy_add_sta_domain(kSta, "www.example.com", 15, 0x1701a8c0);
+		Exact e(m, len);
+		EXPECT_EQ(vy_parse_dns(kSta, &kInfo, e.data(), e.size(), 1),
+			  len <= 12 ? -1 : 0);
+
+		const Domain alias = domain_of(kSta, "edge.example.net");
+		EXPECT_EQ(alias.present, len >= cname_end);
+		EXPECT_EQ(alias.ip_num, len == m.size() ? 1 : 0);
+		if (len == m.size())
+			EXPECT_EQ(alias.ip0, msg::ip_value({93, 184, 216, 34}));
+		EXPECT_EQ(entry_of(kSta).dns_status,
+			  len >= cname_end ? VY_STATUS_OK : VY_STATUS_UNKNOWN);
+		EXPECT_EQ(entry_of(kSta).listeners, len >= cname_end ? 1 : 2);
+		expect_listener_invariant();
+	}
+}
+
+/* An error response cut anywhere rejects nothing; whole, it rejects the
+ * name with its RCODE. An answer count above the records present stops at
+ * the end of the message. */
+TEST_F(BadInput, DnsErrorAndOvercountedResponsesCutAtEveryLength)
+{
+	const Bytes nx = msg::Dns().response(3).question("a.lan").build();
+	const Bytes over = msg::Dns()
+				   .response()
+				   .ancount(3)
+				   .question("a.lan")
+				   .a(msg::ptr(12), {10, 0, 0, 1})
+				   .build();
+
+	for (size_t len = 0; len <= nx.size(); len++) {
+		SCOPED_TRACE("NXDOMAIN, length " + std::to_string(len));
+		fresh();
+		vy_add_sta_domain(kSta, "a.lan", 5, 0);
+		Exact e(nx, len);
+		vy_parse_dns(kSta, &kInfo, e.data(), e.size(), 1);
+		EXPECT_EQ(domain_of(kSta, "a.lan").rcode, len == nx.size() ? 3 : 0);
+	}
+	for (size_t len = 0; len <= over.size(); len++) {
+		SCOPED_TRACE("ANCOUNT 3, length " + std::to_string(len));
+		fresh();
+		vy_add_sta_domain(kSta, "a.lan", 5, 0);
+		Exact e(over, len);
+		vy_parse_dns(kSta, &kInfo, e.data(), e.size(), 1);
+		EXPECT_EQ(domain_of(kSta, "a.lan").ip_num, len == over.size() ? 1 : 0);
+	}
+}
+
+// ---- DHCP messages cut short -----------------------------------------------
+
+struct DhcpMarks {
+	Bytes m;
+	size_t type_end, addr_end, third_end, fourth_end;
+};
+
+/*
+ * A DISCOVER from the station cut at every length: under 240 bytes it is
+ * refused (-1) and nothing changes. From 240 bytes on it is taken (0),
+ * with the options that lie wholly inside it: without its type option it
+ * changes no status; the requested address and the host name count only
+ * when their options are complete.
+ */
+TEST_F(BadInput, DhcpDiscoverCutAtEveryLength)
+{
+	msg::Mac mac;
+	std::memcpy(mac.data(), kSta, 6);
+	msg::Dhcp d;
+	d.chaddr(mac).type(1);
+	const size_t type_end = d.size();
+	d.addr_option(50, {192, 168, 1, 23});
+	const size_t addr_end = d.size();
+	d.hostname("phone");
+	const size_t host_end = d.size();
+	d.option(255, {});
+	const Bytes m = d.build();
+
+	for (size_t len = 0; len <= m.size(); len++) {
+		SCOPED_TRACE("length " + std::to_string(len));
+		fresh();
+		Exact e(m, len);
+		EXPECT_EQ(vy_parse_dhcp(e.data(), e.size(), 0), len < 240 ? -1 : 0);
+
+		const sta s = entry_of(kSta);
+		EXPECT_EQ(s.dhcp_type, len >= type_end ? 1 : 0);
+		EXPECT_EQ(s.dhcp_start != 0, len >= type_end);
+		EXPECT_EQ(s.dhcp_status, VY_STATUS_UNKNOWN);
+		EXPECT_EQ(s.ip, len >= addr_end ? msg::ip_value({192, 168, 1, 23}) : 0u);
+		EXPECT_EQ(s.hostname_len, len >= host_end ? 5 : 0);
+		if (len >= host_end)
+			EXPECT_STREQ(s.hostname, "phone");
+		EXPECT_EQ(s.listeners, 2);
+		EXPECT_EQ(count(vy_host::EventKind::NotifyDhcp), 0);
+	}
+}
+
+/*
+ * An ACK to a station whose exchange is pending, cut at every length:
+ * the status moves to OK (one notification, one listener released) only
+ * when the type option is complete; the server, router and DNS server
+ * addresses count only when their first four bytes are in.
+ */
+TEST_F(BadInput, DhcpAckCutAtEveryLength)
+{
+	msg::Mac mac;
+	std::memcpy(mac.data(), kSta, 6);
+	msg::Dhcp d;
+	d.chaddr(mac).yiaddr({192, 168, 1, 23}).type(5);
+	const size_t type_end = d.size();
+	d.addr_option(54, {192, 168, 1, 1});
+	const size_t server_end = d.size();
+	d.addr_option(3, {192, 168, 1, 254});
+	const size_t router_end = d.size();
+	/* Two servers: the first is taken once its four bytes are in,
+	 * whatever the option's length byte says. */
+	const size_t dns_end = d.size() + 2 + 4;
+	d.option(6, {192, 168, 1, 53, 8, 8, 8, 8});
+	d.option(255, {}).pad_to(300);
+	const Bytes m = d.build();
+
+	const Bytes discover = msg::Dhcp().chaddr(mac).type(1).build();
+	for (size_t len = 0; len <= m.size(); len++) {
+		SCOPED_TRACE("length " + std::to_string(len));
+		fresh();
+		Exact disc(discover, discover.size());
+		ASSERT_EQ(vy_parse_dhcp(disc.data(), disc.size(), 0), 0);
+		vy_host::take_events();
+
+		Exact e(m, len);
+		EXPECT_EQ(vy_parse_dhcp(e.data(), e.size(), 1), len < 240 ? -1 : 0);
+
+		const sta s = entry_of(kSta);
+		const bool typed = len >= type_end;
+		EXPECT_EQ(s.dhcp_status, typed ? VY_STATUS_OK : VY_STATUS_UNKNOWN);
+		EXPECT_EQ(s.listeners, typed ? 1 : 2);
+		EXPECT_EQ(count(vy_host::EventKind::NotifyDhcp), typed ? 1 : 0);
+		EXPECT_EQ(s.ip, typed ? msg::ip_value({192, 168, 1, 23}) : 0u);
+		EXPECT_EQ(s.dhcp_server_ip, len >= server_end ? msg::ip_value({192, 168, 1, 1}) : 0u);
+		EXPECT_EQ(s.gateway_ip, len >= router_end ? msg::ip_value({192, 168, 1, 254}) : 0u);
+		EXPECT_EQ(s.dns_server_ip, len >= dns_end ? msg::ip_value({192, 168, 1, 53}) : 0u);
+		expect_listener_invariant();
+	}
+}
+
+// ---- frames whose linear part ends early ------------------------------------
+
+/*
+ * A DNS query frame from the station whose linear part ends at every
+ * length: the hooks read nothing past it, and the query is recorded only
+ * when the whole message is linear (a payload cut at the linear end is
+ * parsed as a shorter message).
+ */
+TEST_F(BadInput, FrameLinearPartEndsAtEveryLength)
+{
+	frames::Udp4 u;
+	std::memcpy(u.src.b, kSta, 6);
+	u.sport = 40000;
+	u.dport = 53;
+	u.payload = msg::Dns().query().question("www.example.com").build();
+	const Bytes f = u.build();
+
+	for (size_t linear = 0; linear <= f.size(); linear++) {
+		SCOPED_TRACE("linear " + std::to_string(linear));
+		fresh();
+		vy_dev *wlan0 = vy_host::dev_create("wlan0", true);
+		vy_skb skb = vy_host::make_skb(f, linear);
+		ASSERT_TRUE(vy_host::pass_pre_routing(skb, wlan0));
+		EXPECT_EQ(domain_of(kSta, "www.example.com").present, linear == f.size());
+		expect_listener_invariant();
+	}
+}
+
+// ---- a station cannot flood the log ------------------------------------------
+
+/*
+ * The warnings a station's frames can provoke at packet rate (malformed
+ * headers, parse failures, refused domain entries) pass the shared rate
+ * limit (10 lines per 5 s on the host): a flood of 200 frames prints the
+ * warning, but at most 10 lines.
+ */
+TEST_F(BadInput, StationTrafficCannotFloodTheLog)
+{
+	auto from_sta = [](const Bytes &payload) {
+		frames::Udp4 u;
+		std::memcpy(u.src.b, kSta, 6);
+		u.sport = 40000;
+		u.dport = 53;
+		u.payload = payload;
+		return u;
+	};
+	const Bytes query = msg::Dns().query().question("www.example.com").build();
+	frames::Udp4 udp_past = from_sta(query);
+	udp_past.udp_len = 4000;
+	frames::Udp4 to_sta = from_sta(msg::Dns()
+					       .response()
+					       .ancount(2)
+					       .question("never.asked")
+					       .a(msg::ptr(12), {10, 0, 0, 1})
+					       .build());
+	std::swap(to_sta.src, to_sta.dst);
+	std::swap(to_sta.sport, to_sta.dport);
+	frames::Udp4 answer = to_sta, nxdomain = to_sta;
+	answer.payload = msg::Dns().response().question("never.asked")
+				 .a(msg::ptr(12), {10, 0, 0, 1}).build();
+	nxdomain.payload = msg::Dns().response(3).question("never.asked").build();
+	const Bytes cut_question(query.begin(), query.end() - 6);
+
+	struct Flood {
+		const char *warning;
+		Bytes frame;
+		size_t linear;
+		bool post;
+	} floods[] = {
+		{"error ip header", from_sta(query).build(), 14 + 19, false},
+		{"error udp header", from_sta(query).build(), 14 + 20 + 7, false},
+		{"is greater than skb len", udp_past.build(), SIZE_MAX, false},
+		{"dns query parsing failed", from_sta(cut_question).build(), SIZE_MAX, false},
+		{"dns answer parsing failed", to_sta.build(), SIZE_MAX, true},
+		{"vy_add_domain_ip() fails", answer.build(), SIZE_MAX, true},
+		{"vy_reject_domain(): domain is absent", nxdomain.build(), SIZE_MAX, true},
+	};
+
+	/* A full domain table refuses the answers for names never asked. */
+	for (int i = 0; i < VY_DOMAIN_MAX_ENTRIES; i++) {
+		const std::string n = "n" + std::to_string(i) + ".lan";
+		ASSERT_EQ(vy_add_sta_domain(kSta, n.data(), (u16)n.size(), 0), 0);
+	}
+	vy_write_force_listen(1);
+	vy_host::settle();
+	vy_dev *wlan0 = vy_host::dev_create("wlan0", true);
+	for (const Flood &f : floods) {
+		SCOPED_TRACE(f.warning);
+		vy_host::advance(6 * HZ); /* a fresh window of the limit */
+		vy_host::take_events();
+		for (int i = 0; i < 200; i++) {
+			vy_skb skb = vy_host::make_skb(f.frame, f.linear);
+			ASSERT_TRUE(f.post ? vy_host::pass_post_routing(skb, wlan0)
+					   : vy_host::pass_pre_routing(skb, wlan0));
+		}
+		int matching = 0;
+		const auto warnings = vy_host::log_lines(VY_LOG_WARNING);
+		for (const std::string &l : warnings)
+			matching += l.find(f.warning) != std::string::npos;
+		EXPECT_GE(matching, 1);
+		EXPECT_LE(warnings.size(), 10u);
+	}
+}
+
+} // namespace
