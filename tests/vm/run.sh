@@ -98,7 +98,7 @@ note "booting $KVER (scenarios: $(echo $scenarios))"
 # KVM is not used: it hangs on these hosts; software emulation is reliable.
 # The serial console is cleaned of terminal control sequences and stamped.
 set +e
-timeout $(( ${VM_TIMEOUT:-900} * ${VY_SLOW:-1} )) qemu-system-x86_64 \
+timeout $(( ${VM_TIMEOUT:-1800} * ${VY_SLOW:-1} )) qemu-system-x86_64 \
 	-accel tcg -smp "${VM_SMP:-2}" -m "${VM_MEM:-1024}" \
 	-display none -monitor none -serial stdio -no-reboot \
 	-kernel "$tree/boot/vmlinuz-$KVER" -initrd "$initrd" \

@@ -7,6 +7,7 @@ klog_expect 'The input length 65 > 64'
 # The help goes out at the kernel's default level (a warning on Debian).
 klog_expect '\([1-4]\) (Enable/Disable debug mode to keep listening|Delete all STA|Delete a STA|Set debug level): echo -n '
 klog_expect 'nxUMAC_events_monitor_unregister\(&vy_sta_monitor\) fails probably due to no registration before'
+check hooktrace_ready hooktrace_start
 check load_modules load_veyra
 check_feature devices device_nodes vy_nodes
 major_in_proc() { grep -Eq "^ *$(cat "/sys/veyra/$1_dev_major_num") vy_$1$" /proc/devices; }
