@@ -12,7 +12,7 @@
 set -eu
 
 PKGS="qemu-system-x86 hostapd wpasupplicant dnsmasq-base busybox iw tcpdump
-iproute2 dnsutils kmod cpio gzip wireless-regdb util-linux procps make gcc"
+iproute2 dnsutils kmod cpio gzip wireless-regdb util-linux procps make gcc udev"
 
 as_root() {
 	if [ "$(id -u)" -eq 0 ]; then "$@"

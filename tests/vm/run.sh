@@ -15,7 +15,7 @@
 #   KVER                 kernel release the guest boots (default: scripts/kver.sh)
 #   VY_FEATURES          module features whose checks must pass (default: tests/vm/features)
 #   VY_SLOW              multiplies every guest wait and the VM time limit (default 1)
-#   VM_TIMEOUT           seconds before the VM is stopped (default 900)
+#   VM_TIMEOUT           seconds before the VM is stopped (default 1800)
 #   VM_MEM, VM_SMP       guest memory in MiB (default 1024) and CPUs (default 2)
 #   QEMU_EXTRA           more QEMU options
 # Exit status: 0 when every check passed, 1 when one failed or the run did not finish.
