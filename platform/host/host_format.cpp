@@ -214,7 +214,7 @@ std::string vformat(const char *fmt, va_list ap)
 			lmod = 5;
 		}
 		char conv = *p ? *p++ : '\0';
-		std::string spec(start, p - start);
+		std::string directive(start, p - start);
 		char buf[512];
 		int wv = 0, pv = 0;
 		if (star_width) {
@@ -230,13 +230,13 @@ std::string vformat(const char *fmt, va_list ap)
 
 		auto emit = [&](auto value) {
 			if (star_width && star_prec)
-				std::snprintf(buf, sizeof(buf), spec.c_str(), wv, pv, value);
+				std::snprintf(buf, sizeof(buf), directive.c_str(), wv, pv, value);
 			else if (star_width)
-				std::snprintf(buf, sizeof(buf), spec.c_str(), wv, value);
+				std::snprintf(buf, sizeof(buf), directive.c_str(), wv, value);
 			else if (star_prec)
-				std::snprintf(buf, sizeof(buf), spec.c_str(), pv, value);
+				std::snprintf(buf, sizeof(buf), directive.c_str(), pv, value);
 			else
-				std::snprintf(buf, sizeof(buf), spec.c_str(), value);
+				std::snprintf(buf, sizeof(buf), directive.c_str(), value);
 			out += buf;
 		};
 
@@ -304,7 +304,7 @@ std::string vformat(const char *fmt, va_list ap)
 			break;
 		}
 		default:
-			out += spec;
+			out += directive;
 			break;
 		}
 	}
