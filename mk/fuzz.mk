@@ -7,8 +7,10 @@
 #
 # Each target starts from a copy of its seed corpus (tests/fuzz/corpus/,
 # made by scripts/mkcorpus.py) in $(FUZZ_BUILD)/fuzz-work/<target>/, which
-# keeps the corpus it grows and its findings between runs. Any crash,
-# leak, timeout or sanitizer report fails the target.
+# keeps the corpus it grows and its findings between runs. The smoke works
+# in $(FUZZ_BUILD)/fuzz-smoke-work/ and also reads what the long runs grew,
+# so that it can run while a long run does. Any crash, leak, timeout or
+# sanitizer report fails the target.
 
 FUZZ_BUILD ?= build-fuzz
 FUZZ_TIME ?= 1800
@@ -29,4 +31,5 @@ fuzz: fuzz-build
 	FUZZ_JOBS=$(FUZZ_JOBS) tests/fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_TIME) $(FUZZ_TARGETS)
 
 fuzz-smoke: fuzz-build
-	FUZZ_JOBS=$(FUZZ_JOBS) tests/fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SMOKE_TIME) $(FUZZ_TARGETS)
+	FUZZ_JOBS=$(FUZZ_JOBS) FUZZ_WORK=$(FUZZ_BUILD)/fuzz-smoke-work \
+		tests/fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SMOKE_TIME) $(FUZZ_TARGETS)
