@@ -127,6 +127,26 @@ DNS_RAW = {
 # ---- captures -----------------------------------------------------------
 
 
+LINKTYPE_ETHERNET, LINKTYPE_LINUX_SLL, LINKTYPE_LINUX_SLL2 = 1, 113, 276
+
+
+def ethernet_frame(linktype, rec):
+    """The record as an Ethernet frame: Linux cooked captures (tcpdump -i any,
+    as the VM harness records) keep the sender's address and the protocol, so
+    the frame is rebuilt around them with a broadcast destination."""
+    if linktype == LINKTYPE_ETHERNET:
+        return rec
+    if linktype == LINKTYPE_LINUX_SLL and len(rec) >= 16:
+        proto, alen, addr, body = rec[14:16], rec[4:6], rec[6:12], rec[16:]
+    elif linktype == LINKTYPE_LINUX_SLL2 and len(rec) >= 20:
+        proto, alen, addr, body = rec[0:2], rec[11:12], rec[12:18], rec[20:]
+    else:
+        return None
+    if int.from_bytes(alen, "big") != 6:
+        return None
+    return b"\xff" * 6 + addr + proto + body
+
+
 def read_capture(path):
     """Ethernet frames of a pcap or pcapng file (either byte order)."""
     data = open(path, "rb").read()
@@ -134,14 +154,17 @@ def read_capture(path):
     if data[:4] in (b"\xd4\xc3\xb2\xa1", b"\x4d\x3c\xb2\xa1",
                     b"\xa1\xb2\xc3\xd4", b"\xa1\xb2\x3c\x4d"):
         e = "<" if data[:4] in (b"\xd4\xc3\xb2\xa1", b"\x4d\x3c\xb2\xa1") else ">"
-        if len(data) < 24 or struct.unpack(e + "I", data[20:24])[0] != 1:
+        if len(data) < 24:
             return frames
+        linktype = struct.unpack(e + "I", data[20:24])[0] & 0xFFFF
         off = 24
         while off + 16 <= len(data):
             incl = struct.unpack(e + "I", data[off + 8:off + 12])[0]
             if off + 16 + incl > len(data):
                 break
-            frames.append(data[off + 16:off + 16 + incl])
+            f = ethernet_frame(linktype, data[off + 16:off + 16 + incl])
+            if f is not None:
+                frames.append(f)
             off += 16 + incl
         return frames
     if data[:4] != b"\x0a\x0d\x0d\x0a" or len(data) < 12:
@@ -409,7 +432,8 @@ def main(argv):
                     help="another capture to take messages from")
     a = ap.parse_args(argv)
     pcaps = sorted(glob.glob(os.path.join(ROOT, "tests", "scenarios", "captures", "replay*"))
-                   + glob.glob(os.path.join(ROOT, "examples", "*.pcap*")))
+                   + glob.glob(os.path.join(ROOT, "examples", "*.pcap*"))
+                   + glob.glob(os.path.join(ROOT, "tests", "fuzz", "captures", "*.pcap*")))
     caps = capture_messages(pcaps + a.pcap)
     for target, make in TARGETS.items():
         d = os.path.join(a.out, target)
