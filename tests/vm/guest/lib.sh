@@ -91,9 +91,10 @@ klog_bad_lines() {
 # klog_expect ERE: a kernel log line a scenario provokes on purpose (an
 # operator's mistake, say); it no longer counts as a bad line in this run.
 klog_expect() { echo "$1" >> "$RUN/klog-expected"; }
-# Oops, BUG, WARN, lockups and netfilter complaints at any level.
+# Oops, BUG, WARN, lockups and netfilter complaints at any level, and what
+# a debug kernel's checkers (lockdep, KASAN, debug objects) report.
 klog_crash_lines() {
-	klog_since | grep -E 'BUG:|Oops|WARNING:|Call Trace|soft lockup|hard LOCKUP|hung_task|blocked for more than|unregistering hook|hook not found|general protection|kernel NULL pointer|list_add corruption|list_del corruption|refcount_t:|scheduling while atomic|sleeping function called' || true
+	klog_since | grep -E 'BUG:|Oops|WARNING:|Call Trace|soft lockup|hard LOCKUP|hung_task|blocked for more than|unregistering hook|hook not found|general protection|kernel NULL pointer|list_add corruption|list_del corruption|refcount_t:|scheduling while atomic|sleeping function called|INFO: (trying to register|possible|lockdep)|turning off the locking correctness validator|KASAN|ODEBUG|UBSAN' || true
 }
 klog_clean() {
 	_bad=$(klog_bad_lines; klog_crash_lines)

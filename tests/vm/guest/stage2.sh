@@ -63,6 +63,21 @@ KLOG_MARK=$RUN_MARK
 if [ -n "$VY_SCENARIOS" ]; then
 	check kernel_log_clean_whole_run klog_clean
 fi
+# A debug kernel's leak detector, once every module of ours is out. An object
+# is reported only after it has stayed unreferenced through a scan, hence
+# two scans. A leak of veyra's or umac's is told by a frame of its
+# allocation trace in one of them, or in a module no longer loaded (whose
+# addresses stay unresolved).
+if [ -w /sys/kernel/debug/kmemleak ]; then
+	phase kmemleak
+	echo scan > /sys/kernel/debug/kmemleak
+	sleep 6
+	echo scan > /sys/kernel/debug/kmemleak
+	cat /sys/kernel/debug/kmemleak > "$OUT/kmemleak.txt"
+	echo "kmemleak: $(grep -c '^unreferenced object' "$OUT/kmemleak.txt") suspected leak(s) in the whole kernel"
+	check kmemleak_nothing_of_ours \
+		sh -c "! grep -qE '\[(veyra|umac)\]|vy_[a-z_]+\+0x|^ +\[<[0-9a-f]+>\] 0x[0-9a-f]+$' '$OUT/kmemleak.txt'"
+fi
 kill -INT "$TCPDUMP" 2>/dev/null
 wait "$TCPDUMP" 2>/dev/null
 cp "$RUN/ap-side.pcap" "$OUT/" 2>/dev/null
