@@ -11,12 +11,16 @@
 #   make bench-report    BENCHMARKS.md again from the results already there
 #
 # Settings: BENCH_ARGS (Google Benchmark options, e.g. a filter),
-# BENCH_BUILD (build folder). `make check` builds the benchmarks in the
-# ordinary build and runs each one for a moment (the bench_smoke tests).
+# BENCH_BUILD (build folder), BENCH_VM_ICOUNT (the guest's clock for
+# bench-vm: QEMU's instruction counter with this shift, so that a figure
+# measures instructions, not the host's load; empty for the host's clock).
+# `make check` builds the benchmarks in the ordinary build and runs each
+# one for a moment (the bench_smoke tests).
 
 BENCH_BUILD ?= build-bench
 BENCH_OUT = $(BENCH_BUILD)/results
 BENCH_VM_OUT = $(BUILD)/bench-vm
+BENCH_VM_ICOUNT ?= 0
 BENCH_ARGS ?= --benchmark_repetitions=3 --benchmark_enable_random_interleaving=true \
 	--benchmark_display_aggregates_only=true
 BENCH_BINARIES = veyra_bench_parsers veyra_bench
@@ -53,7 +57,7 @@ bench-vm:
 	@scripts/vm-deps.sh
 	@scripts/bench-deps.sh vm
 	@$(MAKE) --no-print-directory module
-	@rc=0; tests/vm/run.sh --no-build --build $(BUILD) --out $(BENCH_VM_OUT) \
+	@rc=0; VM_ICOUNT=$(BENCH_VM_ICOUNT) tests/vm/run.sh --no-build --build $(BUILD) --out $(BENCH_VM_OUT) \
 		bench-throughput || rc=$$?; $(BENCH_REPORT) && exit $$rc
 
 bench-report:

@@ -17,6 +17,11 @@
 #   VY_SLOW              multiplies every guest wait and the VM time limit (default 1)
 #   VM_TIMEOUT           seconds before the VM is stopped (default 1800)
 #   VM_MEM, VM_SMP       guest memory in MiB (default 1024) and CPUs (default 2)
+#   VM_ICOUNT            the guest's clock counts instructions (QEMU -icount
+#                        shift=VM_ICOUNT: one instruction is 2^shift ns), so that
+#                        guest time no longer depends on the host's speed or load;
+#                        one vCPU unless VM_SMP says otherwise (a second one
+#                        never comes up under the counter)
 #   QEMU_EXTRA           more QEMU options
 # Exit status: 0 when every check passed, 1 when one failed or the run did not finish.
 set -eu
@@ -91,15 +96,23 @@ export VY_SCENARIO_TIMEOUT='${VY_SCENARIO_TIMEOUT:-600}'
 export VY_SOAK_CYCLES='${VY_SOAK_CYCLES:-20}'
 export VY_BENCH_ROUNDS='${VY_BENCH_ROUNDS:-}'
 export VY_BENCH_SECONDS='${VY_BENCH_SECONDS:-}'
+export VY_ICOUNT='${VM_ICOUNT:-}'
 export VY_MODE='$mode'
 PLAN
 
 note "booting $KVER (scenarios: $(echo $scenarios))"
 # KVM is not used: it hangs on these hosts; software emulation is reliable.
 # The serial console is cleaned of terminal control sequences and stamped.
+accel="-accel tcg"
+if [ -n "${VM_ICOUNT:-}" ]; then
+	# The instruction counter needs the single-threaded emulator.
+	accel="-accel tcg,thread=single -icount shift=$VM_ICOUNT,sleep=off"
+	VM_SMP=${VM_SMP:-1}
+fi
 set +e
+# shellcheck disable=SC2086
 timeout $(( ${VM_TIMEOUT:-1800} * ${VY_SLOW:-1} )) qemu-system-x86_64 \
-	-accel tcg -smp "${VM_SMP:-2}" -m "${VM_MEM:-1024}" \
+	$accel -smp "${VM_SMP:-2}" -m "${VM_MEM:-1024}" \
 	-display none -monitor none -serial stdio -no-reboot \
 	-kernel "$tree/boot/vmlinuz-$KVER" -initrd "$initrd" \
 	-append "console=ttyS0 quiet panic=-1 log_buf_len=8M vy.stage2=$VM_DIR/guest/stage2.sh" \

@@ -29,6 +29,11 @@ printf 'round\tstate\tprotocol\tbits_per_second\n' > "$TSV"
 	echo "seconds $SECS"
 	echo "date $(date -u +%Y-%m-%dT%H:%M:%SZ)"
 	echo "iperf3 $(iperf3 --version 2>/dev/null | head -n 1)"
+	if [ -n "${VY_ICOUNT:-}" ]; then
+		echo "clock icount $VY_ICOUNT"
+	else
+		echo "clock host"
+	fi
 } > "$OUT/bench-throughput.meta"
 
 check iperf3_present command -v iperf3
