@@ -169,33 +169,27 @@ def machine(runs):
 NOT_MET = {
     "ignore": (
         "The hook does more than the floor on the way to its decision. callgrind "
-        "(section 6) shows where: the bridge hook's stack frame is laid out for the "
-        "debug summary line it almost never prints (callee-saved registers saved and "
-        "restored on every frame), both scratch records are zeroed before the frame is even checked, the "
-        "port is unwrapped twice with `vy_get_real_dev` (two platform calls where a "
-        "frame from a plain port needs one), and a frame that passes the wireless test "
-        "has its socket-buffer view taken and its Ethernet header checked a second time "
-        "in `vy_parse_skb`, which also copies both addresses and tests the fragment "
-        "field before it looks at the protocol. What would meet the goal, without "
-        "changing any behaviour, in `src/vy_hook.cpp`: (1) move the summary line and "
-        "the not-wireless debug lines of `vy_check_skb` into a `static` function marked "
-        "`noinline` and `cold`, so that the hot path keeps a small frame; (2) skip the "
-        "second `vy_get_real_dev` when the first returned the port itself; (3) zero "
-        "`pkt_hdrs` and `pkt_info` only when `vy_check_skb` returned non-zero (they are "
-        "zero when handed on, which is all anyone can see); (4) let `vy_parse_skb` take "
-        "the view and the Ethernet header `vy_check_skb` already has, through a static "
-        "helper, and keep the exported function as a wrapper for its tests."),
+        "(section 6) shows where: a frame from a wireless port has its Ethernet header "
+        "checked a second time in `vy_parse_skb`, which clears two scratch records "
+        "and copies both addresses and the fragment field before it looks at the "
+        "protocol, and every port goes through the platform's VLAN test, also a "
+        "plain one. What would close the gap, without changing any behaviour, in "
+        "`src/vy_hook.cpp`: test the protocol before the copies (they are only read "
+        "for UDP), and let the classification hand the IPv4 header on instead of "
+        "finding it again."),
     "dns_noop_vs": (
-        "veyra's parser spends its time in `_vy_parse_dns_domain` (section 6): every "
-        "call clears the whole 128-byte output buffer, and it follows each compression "
-        "pointer by calling itself, which clears the rest of the buffer once more; "
-        "every answer record also clears a `dns_answer` (and a CNAME a `dns_alias`) "
-        "of some 150 bytes whose name the domain parser clears anyway. What would meet "
-        "the goals, with the same output, in `src/vy_dns.cpp`: clear the buffer only "
-        "in the outermost call (a pointer's target is written into the rest of a "
-        "buffer already cleared), drop the clearing of `dns_answer` and `dns_alias` "
-        "(every field is written before it is read), and follow compression pointers "
-        "in a loop bounded by the same hop count instead of by recursion."),
+        "veyra's parser spends most of its instructions in `_vy_parse_dns_domain` "
+        "(section 6), nearly half of them in its nested calls: each compression "
+        "pointer is followed by a call of its own, which checks its arguments and the "
+        "name's first byte again, and almost every owner name and CNAME target of a "
+        "response is a pointer to a name parsed just before (the question's). The "
+        "ratio also moves from run to run on a shared host, by more than the "
+        "distance to the goal when the goal is missed narrowly. What would meet the goal, with the same output "
+        "and the same log lines, in `src/vy_dns.cpp`: follow pointers in a loop "
+        "bounded by the same hop count (a name that cannot be completed still logs "
+        "one error line per pointer followed), and for an owner name that is a "
+        "single pointer to the question, copy the question's text, which the parser "
+        "already holds."),
     "periodic_flat": (
         "The update visits each station and each of its entries once "
         "(`vy_timeout_domain`), so its cost over the bare walk of the same entries "
@@ -449,9 +443,11 @@ def section_scale(run):
         out += ["", "A lookup at the bound costs %s one in a 32-name table: the chains "
                 "are 16 times longer and the lookup is linear in them. Every answer and "
                 "every query looks its name up, so a station near the bound pays this "
-                "per record; more buckets (`VY_DOMAIN_BUCKETS` in "
-                "`src/vy_domain_list.h`) with a hash over the whole name would keep "
-                "chains short." % fmt_ratio(lr)]
+                "per record. The four buckets, and a bucket chosen from at most four bytes "
+                "of the name, are part of the module's design: at the few dozen names "
+                "a station usually looks up within the 300 s an entry lives, a lookup "
+                "stays one short walk; a table near the bound means a station that "
+                "looked up hundreds of different names in five minutes." % fmt_ratio(lr)]
     return "\n".join(out)
 
 
@@ -507,7 +503,12 @@ def section_vm(vmdir):
            "ratios containing 1). TCP crosses the bridge in offloaded segments of up "
            "to 64 KiB, one pass through the hooks for many packets; each UDP datagram "
            "is a frame of its own, so UDP is the case where the hooks' cost per frame "
-           "shows.", ""]
+           "shows. By default (`BENCH_VM_ICOUNT=0`) the guest's clock is QEMU's "
+           "instruction counter (`-icount shift=0`: one guest instruction is one "
+           "nanosecond), so a rate is bytes per instruction executed, whatever the "
+           "host's speed or load: the ratios then compare the instructions the bridge "
+           "spends per frame in each state, as the kernel runs them. With the host's "
+           "clock (`BENCH_VM_ICOUNT=`) they also carry the emulator's noise.", ""]
     tsv = os.path.join(vmdir, "bench-throughput.tsv") if vmdir else None
     if not tsv or not os.path.exists(tsv):
         out.append("Not measured yet on this tree: run `make bench-vm`.")
@@ -528,10 +529,16 @@ def section_vm(vmdir):
     if not data:
         out.append("The last VM run measured nothing (see its results folder).")
         return "\n".join(out)
+    clock = meta.get("clock", "host")
+    if clock.startswith("icount"):
+        clock_text = "the instruction counter as the guest's clock (shift %s)" % (
+            clock.split()[-1])
+    else:
+        clock_text = "the host's clock"
     out.append("Measured %s, guest kernel %s, %s vCPUs, %s rounds of %s s per "
-               "measurement." % (meta.get("date", "?"), meta.get("kernel", "?"),
-                                 meta.get("vcpus", "?"), meta.get("rounds", "?"),
-                                 meta.get("seconds", "?")))
+               "measurement, %s." % (meta.get("date", "?"), meta.get("kernel", "?"),
+                                     meta.get("vcpus", "?"), meta.get("rounds", "?"),
+                                     meta.get("seconds", "?"), clock_text))
     out.append("")
     rounds = sorted({k[0] for k in data})
     rows = []
@@ -579,12 +586,17 @@ def section_vm(vmdir):
     if noisy:
         out += ["", "Inconclusive for %s: the unloaded rounds alone spread by more than "
                 "the 3%% the goals are about, so neither a met nor a missed goal can be "
-                "read from this run. Software emulation on a shared host moves "
-                "with every other program on it; the guest's throughput here measures the "
-                "emulator more than the bridge. What would settle it: the same scenario "
-                "under hardware virtualisation or on the target board, or many more "
-                "rounds on a quiet host (`VY_BENCH_ROUNDS` once the runner passes it "
-                "into the guest)." % " and ".join(sorted(set(noisy)))]
+                "read from this run. %s What would settle it: the same scenario "
+                "under hardware virtualisation or on the target board, or more rounds "
+                "(`VY_BENCH_ROUNDS`, `VY_BENCH_SECONDS`)." % (
+                    " and ".join(sorted(set(noisy))),
+                    "Even counted in instructions, the guest's work per frame varies "
+                    "from one measurement to the next (TCP's windows and offload "
+                    "sizes settle differently in each run)." if clock.startswith("icount")
+                    else "Software emulation on a shared host moves with every other "
+                    "program on it; with the host's clock the guest's throughput "
+                    "measures the emulator more than the bridge (`BENCH_VM_ICOUNT=0` "
+                    "counts instructions instead).")]
     if missed:
         out += ["", "Not met in a run steady enough to judge (%s): the hook path of "
                 "section 1 is where the time goes." % ", ".join(missed)]
