@@ -7,13 +7,15 @@
 #   make vm-check              the VM suite (results in $(BUILD)/vm-results)
 #   make vm-check VM_SCENARIOS="t20-hooks t40-vlan"   some scenarios only
 #   make vm-deps               install what the harness needs (apt, sudo when not root)
+#   make vm-debug              the suite on a debug kernel (KASAN, lockdep, kmemleak),
+#                              built from linux-source-6.1; result in docs/debug-kernel.md
 #
 # Settings: KVER (guest kernel), VY_FEATURES (module features whose checks must
 # pass, default tests/vm/features), VY_SLOW (stretches every timeout), VM_TIMEOUT.
 
 VM_SCENARIOS ?=
 
-.PHONY: vm-deps vm-check demo vm-clean
+.PHONY: vm-deps vm-check vm-debug demo vm-clean
 
 vm-deps:
 	@scripts/vm-deps.sh
@@ -25,6 +27,9 @@ vm-check: vm-deps module
 
 demo: vm-deps module
 	@tests/vm/run.sh --no-build --build $(BUILD) --demo
+
+vm-debug: vm-deps
+	@BUILD=$(BUILD) scripts/vm-debug.sh $(VM_SCENARIOS)
 
 vm-clean:
 	rm -rf $(BUILD)/vm $(BUILD)/vm-results $(BUILD)/vm-demo .cache/kernel

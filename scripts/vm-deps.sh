@@ -9,6 +9,8 @@
 #        scripts/vm-deps.sh --check    only report what is missing (exit 1 if anything is)
 # Environment: KVER  kernel ABI the guest boots (default: the one linux-image-amd64
 #                    depends on). Runs apt-get through sudo when not root.
+#              KDIR  a kernel build tree of one's own that the modules are built
+#                    against (make vm-debug): no headers package then.
 set -eu
 
 PKGS="qemu-system-x86 hostapd wpasupplicant dnsmasq-base busybox iw tcpdump
@@ -36,12 +38,14 @@ if [ -z "${KVER:-}" ] && [ -z "$(apt-cache depends linux-image-amd64 2>/dev/null
 	apt_update
 fi
 KVER=$("$(dirname "$0")/kver.sh")
+headers="linux-headers-$KVER"
+[ -z "${KDIR:-}" ] || headers=
 
 # One dpkg-query for all: unknown names print nothing, so they count as missing.
-have=$(dpkg-query -W -f='${Package} ${Status}\n' $PKGS "linux-headers-$KVER" 2>/dev/null |
+have=$(dpkg-query -W -f='${Package} ${Status}\n' $PKGS $headers 2>/dev/null |
 	awk '$NF == "installed" && $(NF-1) == "ok" { print $1 }')
 missing=
-for p in $PKGS "linux-headers-$KVER"; do
+for p in $PKGS $headers; do
 	case " $(echo $have) " in *" $p "*) ;; *) missing="$missing $p" ;; esac
 done
 if [ -z "$missing" ]; then
