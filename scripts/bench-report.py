@@ -535,9 +535,11 @@ def section_vm(vmdir):
             clock.split()[-1])
     else:
         clock_text = "the host's clock"
-    out.append("Measured %s, guest kernel %s, %s vCPUs, %s rounds of %s s per "
+    vcpus = meta.get("vcpus", "?")
+    out.append("Measured %s, guest kernel %s, %s %s, %s rounds of %s s per "
                "measurement, %s." % (meta.get("date", "?"), meta.get("kernel", "?"),
-                                     meta.get("vcpus", "?"), meta.get("rounds", "?"),
+                                     vcpus, "vCPU" if vcpus == "1" else "vCPUs",
+                                     meta.get("rounds", "?"),
                                      meta.get("seconds", "?"), clock_text))
     out.append("")
     rounds = sorted({k[0] for k in data})
