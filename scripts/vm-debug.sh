@@ -52,6 +52,7 @@ verdict=pass
 
 passed=$(grep -c '^PASS' "$out/result" 2>/dev/null || echo 0)
 failed=$(grep -c '^FAIL' "$out/result" 2>/dev/null || echo 0)
+skipped=$(grep -c '^SKIP' "$out/result" 2>/dev/null || echo 0)
 commit=$(git rev-parse --short HEAD 2>/dev/null || echo unknown)
 [ -z "$(git status --porcelain -- src platform umac 2>/dev/null)" ] || commit="$commit (modified)"
 record=docs/debug-kernel.md
@@ -61,7 +62,8 @@ record=docs/debug-kernel.md
 	echo
 	echo "- kernel: $rel (Debian linux-source-6.1 $(dpkg-query -W -f='${Version}' linux-source-6.1 2>/dev/null)), QEMU TCG, VY_SLOW=$VY_SLOW"
 	echo "- veyra: commit $commit; scenarios: ${*:-all}"
-	echo "- VM suite: $passed checks passed, $failed failed (exit $rc)"
+	echo "- VM suite: $passed checks passed, $failed failed, $skipped skipped (exit $rc)"
+	grep -E '^(FAIL|SKIP)' "$out/result" | sed 's/^/    - /'
 	if [ -z "$reports" ]; then
 		echo "- lockdep, KASAN, debug objects, atomic sleep: no report"
 	else

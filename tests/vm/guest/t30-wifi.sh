@@ -34,6 +34,7 @@ check bridge_started bridge_start
 
 # Station 1: lease, then an address, a CNAME, an NXDOMAIN and a busybox lookup.
 check sta1_associates sta_connect 1
+t_join=$(now_ms)
 M1=$(sta_mac 1)
 check bridge_forwards_join1 wait_for 20 grep -q "join $M1 $AP_IF" "$OUT/bridge.log"
 check_feature sta+devices sta1_followed wait_for 10 klog_has "STA $M1 is added\. \(VAP = $AP_IF\)"
@@ -44,13 +45,26 @@ t=$(( $(now_ms) - t + 100 ))
 IP1=$(sta_ip 1)
 check sta1_has_lease test -n "$IP1"
 check_feature dhcp sta1_dhcp_notification wait_for 10 dhcp_note_ok "$M1" alice "$IP1" "$t"
+# A station that has asked nothing has its listening window closed 35 s
+# after its join. A guest slow enough (a debug kernel under emulation) gets
+# here later than that: the lookups then go unseen, and the answer seen
+# later (force_listen below) finds no listener left to release, which the
+# module reports as an error. The notification checks cannot hold then.
+since_join=$(( $(now_ms) - t_join ))
 # The first answer ends the listening for this station: make it the CNAME.
 sta_run 1 dig +time=3 +tries=2 @$S files.lan printer.lan nosuch.lan
 sta_run 1 busybox nslookup www.lan $S
 check sta1_dns_answers grep -q 'status: NXDOMAIN' "$OUT/dns-sta1.log"
-check_feature dns sta1_dns_notification wait_for 10 has_note dns "$M1"
-sleep 1
-check_feature dns sta1_dns_notified_once dns_note_once "$M1" 1
+if [ "$since_join" -gt 30000 ]; then
+	why="first lookup $((since_join / 1000)) s after the join, past the 35 s listening window"
+	skip sta1_dns_notification "$why"
+	skip sta1_dns_notified_once "$why"
+	klog_expect '_vy_del_listeners:[0-9]+:sta->listeners 0  < substacted listener_num 1 '
+else
+	check_feature dns sta1_dns_notification wait_for 10 has_note dns "$M1"
+	sleep 1
+	check_feature dns sta1_dns_notified_once dns_note_once "$M1" 1
+fi
 check_feature sta+dhcp+dns sta1_outcomes_unhook wait_for 30 hooks_are 0
 
 # Station 2: lease, then only names whose server never answers.
