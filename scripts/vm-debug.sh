@@ -17,6 +17,9 @@ work=${VY_DEBUG_KERNEL_DIR:-$root/.cache/debug-kernel}
 export VY_DEBUG_KERNEL_DIR="$work"
 
 rel=$(scripts/debug-kernel.sh)
+# What is tested is the tree as the run starts.
+commit=$(git rev-parse --short HEAD 2>/dev/null || echo unknown)
+[ -z "$(git status --porcelain -- src platform umac 2>/dev/null)" ] || commit="$commit (modified)"
 kdir=$work/linux-source-6.1
 out=$build/vm-debug
 mkdir -p "$out"
@@ -44,17 +47,16 @@ fi
 # own log; this also covers the boot and the end).
 reports=$(grep -E 'BUG: KASAN|WARNING: .*(locking|lock state|recursive)|INFO: (trying to register|possible)|ODEBUG|sleeping function called|turning off the locking correctness validator' \
 	"$out/serial.log" | sed 's/^\[host *[0-9.]*\] //' | sort | uniq -c || true)
-leaks_all=$(grep -c '^unreferenced object' "$out/kmemleak.txt" 2>/dev/null || echo "not read")
+leaks_all="not read"
+[ ! -f "$out/kmemleak.txt" ] || leaks_all=$(grep -c '^unreferenced object' "$out/kmemleak.txt" || true)
 verdict=pass
 [ "$rc" -eq 0 ] || verdict=fail
 [ -z "$reports" ] || verdict=fail
 [ -f "$out/kmemleak.txt" ] || verdict=fail
 
-passed=$(grep -c '^PASS' "$out/result" 2>/dev/null || echo 0)
-failed=$(grep -c '^FAIL' "$out/result" 2>/dev/null || echo 0)
-skipped=$(grep -c '^SKIP' "$out/result" 2>/dev/null || echo 0)
-commit=$(git rev-parse --short HEAD 2>/dev/null || echo unknown)
-[ -z "$(git status --porcelain -- src platform umac 2>/dev/null)" ] || commit="$commit (modified)"
+passed=$(grep -c '^PASS' "$out/result" || true)
+failed=$(grep -c '^FAIL' "$out/result" || true)
+skipped=$(grep -c '^SKIP' "$out/result" || true)
 record=docs/debug-kernel.md
 {
 	echo
