@@ -7,32 +7,16 @@
 #                        from the host's own root filesystem
 #   bench-deps.sh        both
 set -eu
+here=$(dirname "$0")
+host_pkgs="libbenchmark-dev libldns-dev libc-ares-dev pkg-config python3"
 
-SUDO=""
-[ "$(id -u)" -eq 0 ] || SUDO="sudo"
-
-missing=""
-need() {
-	for p in "$@"; do
-		dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" ||
-			missing="$missing $p"
-	done
-}
-
+# shellcheck disable=SC2086 # host_pkgs is a list of package names
 case "${1:-all}" in
-host) need libbenchmark-dev libldns-dev libc-ares-dev pkg-config python3 ;;
-vm) need iperf3 ;;
-all) need libbenchmark-dev libldns-dev libc-ares-dev pkg-config python3 iperf3 ;;
+host) exec "$here/ensure-pkgs.sh" $host_pkgs ;;
+vm) exec "$here/ensure-pkgs.sh" iperf3 ;;
+all) exec "$here/ensure-pkgs.sh" $host_pkgs iperf3 ;;
 *)
 	echo "usage: $0 [host|vm|all]" >&2
 	exit 2
 	;;
 esac
-
-if [ -n "$missing" ]; then
-	echo "installing:$missing"
-	export DEBIAN_FRONTEND=noninteractive
-	$SUDO apt-get update -qq
-	# shellcheck disable=SC2086
-	$SUDO apt-get install -y -qq --no-install-recommends $missing
-fi
