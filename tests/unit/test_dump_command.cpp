@@ -234,22 +234,6 @@ TEST_F(DumpCommand, EachCommandAndItsPrefixes)
 	load();
 }
 
-TEST_F(DumpCommand, HelpIsFourPlainLinesWhateverTheDebugLevel)
-{
-	EXPECT_EQ(write_cmd("debug_level 0"), 13);
-	ASSERT_EQ(debug_level, 0);
-	vy_host::take_events();
-
-	EXPECT_EQ(write_cmd("what?", VY_CHRDEV_DUMP), 5);
-	const std::vector<vy_host::Event> &ev = vy_host::events();
-	ASSERT_EQ(ev.size(), 4u);
-	for (size_t i = 0; i < ev.size(); i++) {
-		EXPECT_EQ(ev[i].kind, vy_host::EventKind::Log);
-		EXPECT_EQ(ev[i].level, VY_LOG_DEFAULT);
-		EXPECT_EQ(ev[i].text, kHelp[i]);
-	}
-}
-
 TEST_F(DumpCommand, DebugLevelZeroLeavesOnlyErrors)
 {
 	EXPECT_EQ(write_cmd("debug_level 0"), 13);
