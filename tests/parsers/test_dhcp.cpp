@@ -251,6 +251,14 @@ std::vector<DhcpCase> cases()
 			      notice("", "", 0, kZero, kSrv, kZero)}});
 	}
 	{
+		/* A last option of length 0 ends exactly at the message end. */
+		Dhcp d = base();
+		d.type(DISCOVER).option(msg::kOptHostname, {});
+		v.push_back({"zero_length_last_option", d.build(), FROM_STA, 0,
+			     handed(0, DISCOVER, kZero, "", 0, kZero, kZero, kZero),
+			     {notice("DHCPDISCOVER", "", 0, kZero, kZero, kZero)}});
+	}
+	{
 		const std::string h64(64, 'h');
 		Dhcp d = base();
 		d.type(DISCOVER).hostname(h64);

@@ -243,6 +243,12 @@ TEST_F(DomainList, SixAddressesRotateThroughFourSlots)
 	EXPECT_EQ(e->ips[0], ip4(10, 0, 0, 5));
 	EXPECT_EQ(e->ips[1], ip4(10, 0, 0, 6));
 	EXPECT_EQ(e->ip_replace_idx, 2);
+	// So does a repeat of the address in the first slot.
+	answer(n, ip4(10, 0, 0, 5));
+	EXPECT_EQ(e->ip_num, 4);
+	EXPECT_EQ(e->ips[0], ip4(10, 0, 0, 5));
+	EXPECT_EQ(e->ips[2], ip4(10, 0, 0, 3));
+	EXPECT_EQ(e->ip_replace_idx, 2);
 	EXPECT_EQ(vy_host::log_lines(VY_LOG_DEBUG).size(), 2u);
 }
 

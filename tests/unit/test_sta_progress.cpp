@@ -361,7 +361,10 @@ TEST_F(DhcpProgressTest, UnknownStationIsReportedAndNotCreated)
 	struct Row {
 		u8 type;
 		const char *name;
-	} rows[] = {{1, "DHCPDISCOVER"}, {9, "UNKNOWN"}, {200, "Unknown DHCP type"}};
+	} rows[] = {{1, "DHCPDISCOVER"},
+		    {9, "UNKNOWN"},
+		    {10, "Unknown DHCP type"},
+		    {200, "Unknown DHCP type"}};
 
 	debug_level = 2;
 	for (const Row &r : rows) {
@@ -588,7 +591,8 @@ using PeriodicUpdateTest = StaProgressEnv;
 
 TEST_F(PeriodicUpdateTest, DhcpTimesOutAfterMoreThan15Seconds)
 {
-	const Mac a = mac_of(11, 1), b = mac_of(11, 2), c = mac_of(11, 3);
+	// a sits in the first bucket of the table, c in the last.
+	const Mac a = mac_of(11, 8), b = mac_of(11, 2), c = mac_of(11, 7);
 
 	join(a); // runs at 1500, 2000, ...
 	vy_add_sta_entry(b.b, "wlan0");
