@@ -8,126 +8,15 @@
 
 #include <gtest/gtest.h>
 
-#include "vy_host.h"
-#include "vy_notify.h"
-#include "vy_sta_list.h"
+#include "station_support.h"
 
 extern s32 vy_listeners;
 
 namespace {
 
-using vy_host::Event;
-using vy_host::EventKind;
+using namespace station;
 
-struct Mac {
-	u8 b[ETH_ALEN];
-};
-
-// The last byte picks the bucket (its low three bits).
-Mac mac_of(u8 hi, u8 last)
-{
-	return Mac{{0x02, 0x00, 0x00, 0x00, hi, last}};
-}
-
-std::string mac_str(const Mac &m)
-{
-	char s[18];
-
-	std::snprintf(s, sizeof(s), "%02x:%02x:%02x:%02x:%02x:%02x", m.b[0],
-		      m.b[1], m.b[2], m.b[3], m.b[4], m.b[5]);
-	return s;
-}
-
-u32 ip4(u8 a, u8 b, u8 c, u8 d)
-{
-	const u8 bytes[4] = {a, b, c, d};
-	u32 v;
-
-	std::memcpy(&v, bytes, 4);
-	return v;
-}
-
-// The text of a log line at level from func, without its "func[line]:" or
-// "func:line:" prefix; the texts of all such lines.
-std::vector<std::string> logs_of(int level, const std::string &func)
-{
-	std::vector<std::string> out;
-
-	for (const std::string &l : vy_host::log_lines(level)) {
-		if (l.compare(0, func.size(), func) != 0 || l.size() <= func.size())
-			continue;
-		char open = l[func.size()];
-		size_t end = open == '[' ? l.find("]:", func.size())
-					 : l.find(':', func.size() + 1);
-		if ((open != '[' && open != ':') || end == std::string::npos)
-			continue;
-		out.push_back(l.substr(end + (open == '[' ? 2 : 1)));
-	}
-	return out;
-}
-
-bool logged(int level, const std::string &func, const std::string &text)
-{
-	for (const std::string &t : logs_of(level, func))
-		if (t == text)
-			return true;
-	return false;
-}
-
-std::vector<Event> notes(EventKind kind)
-{
-	std::vector<Event> out;
-
-	for (const Event &e : vy_host::events())
-		if (e.kind == kind)
-			out.push_back(e);
-	return out;
-}
-
-bool snap(const Mac &m, sta *out)
-{
-	vy_read_guard guard(&vy_sta_table.sta_lock);
-	sta *e = _vy_find_sta(m.b);
-
-	if (e)
-		std::memcpy(out, e, sizeof(*out));
-	return e != nullptr;
-}
-
-s32 listener_sum()
-{
-	vy_read_guard guard(&vy_sta_table.sta_lock);
-	s32 sum = 0;
-
-	for (const vy_hlist_head &h : vy_sta_table.sta_hlist)
-		for (vy_hlist_node *n = h.first; n; n = n->next)
-			sum += vy_container_of(n, sta, hlist)->listeners;
-	return sum;
-}
-
-class StaEnv : public ::testing::Test {
-protected:
-	void SetUp() override
-	{
-		vy_host::reset();
-		debug_level = 1;
-		vy_host::advance_to(1000);
-		veyra_init();
-		vy_host::take_events();
-	}
-
-	void TearDown() override
-	{
-		veyra_exit();
-		EXPECT_EQ(vy_read_listeners(), 0);
-		EXPECT_EQ(vy_get_sta_count(), 0);
-		EXPECT_FALSE(vy_host::hooks_registered());
-		EXPECT_EQ(vy_host::live_allocations(), 0);
-		debug_level = 1;
-	}
-};
-
-using StaTableTest = StaEnv;
+using StaTableTest = StationTest;
 
 TEST_F(StaTableTest, JoinCreatesEntryWithTwoListenersAndHooks)
 {

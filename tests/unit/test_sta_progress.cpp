@@ -8,101 +8,15 @@
 
 #include <gtest/gtest.h>
 
-#include "vy_host.h"
-#include "vy_sta_list.h"
+#include "station_support.h"
 
 namespace {
 
-using vy_host::Event;
-using vy_host::EventKind;
-
-struct Mac {
-	u8 b[ETH_ALEN];
-};
-
-// The last byte picks the bucket (its low three bits).
-Mac mac_of(u8 hi, u8 last)
-{
-	return Mac{{0x02, 0x00, 0x00, 0x00, hi, last}};
-}
-
-std::string mac_str(const Mac &m)
-{
-	char s[18];
-
-	std::snprintf(s, sizeof(s), "%02x:%02x:%02x:%02x:%02x:%02x", m.b[0],
-		      m.b[1], m.b[2], m.b[3], m.b[4], m.b[5]);
-	return s;
-}
-
-u32 ip4(u8 a, u8 b, u8 c, u8 d)
-{
-	const u8 bytes[4] = {a, b, c, d};
-	u32 v;
-
-	std::memcpy(&v, bytes, 4);
-	return v;
-}
+using namespace station;
 
 u16 len_of(const char *s)
 {
 	return static_cast<u16>(std::strlen(s));
-}
-
-// Log texts from func at level, without the "func[line]:" prefix.
-std::vector<std::string> logs_of(int level, const std::string &func)
-{
-	std::vector<std::string> out;
-
-	for (const std::string &l : vy_host::log_lines(level)) {
-		if (l.compare(0, func.size() + 1, func + "[") != 0)
-			continue;
-		size_t end = l.find("]:");
-		if (end != std::string::npos)
-			out.push_back(l.substr(end + 2));
-	}
-	return out;
-}
-
-bool logged(int level, const std::string &func, const std::string &text)
-{
-	for (const std::string &t : logs_of(level, func))
-		if (t == text)
-			return true;
-	return false;
-}
-
-std::vector<Event> notes(EventKind kind, const Mac *m = nullptr)
-{
-	std::vector<Event> out;
-
-	for (const Event &e : vy_host::events())
-		if (e.kind == kind &&
-		    (!m || !std::memcmp(e.mac, m->b, ETH_ALEN)))
-			out.push_back(e);
-	return out;
-}
-
-sta snap(const Mac &m)
-{
-	vy_read_guard guard(&vy_sta_table.sta_lock);
-	sta out = {};
-	sta *e = _vy_find_sta(m.b);
-
-	if (e)
-		std::memcpy(&out, e, sizeof(out));
-	return out;
-}
-
-s32 listener_sum()
-{
-	vy_read_guard guard(&vy_sta_table.sta_lock);
-	s32 sum = 0;
-
-	for (const vy_hlist_head &h : vy_sta_table.sta_hlist)
-		for (vy_hlist_node *n = h.first; n; n = n->next)
-			sum += vy_container_of(n, sta, hlist)->listeners;
-	return sum;
 }
 
 s32 dhcp(const Mac &m, u32 status, u8 type, u32 ip = 0, u32 server = 0,
@@ -123,39 +37,14 @@ s32 answer(const Mac &m, const char *name, u32 ip)
 	return vy_add_sta_domain_ip(m.b, name, len_of(name), ip);
 }
 
-class StaProgressEnv : public ::testing::Test {
+class StaProgressEnv : public StationTest {
 protected:
-	// Every test starts at jiffies 1000 (0 would read as "not set").
-	void SetUp() override
-	{
-		vy_host::reset();
-		debug_level = 1;
-		vy_host::advance_to(1000);
-		veyra_init();
-		vy_host::take_events();
-	}
-
-	void TearDown() override
-	{
-		vy_host::set_event_sink(nullptr);
-		veyra_exit();
-		EXPECT_EQ(vy_read_listeners(), 0);
-		EXPECT_FALSE(vy_host::hooks_registered());
-		EXPECT_EQ(vy_host::live_allocations(), 0);
-		debug_level = 1;
-	}
-
 	// Joins now and lets the hook work run, which arms the periodic
 	// timer: with the first join at 1000 the runs fall on multiples of 500.
 	void join(const Mac &m, const char *vap = "wlan0")
 	{
 		ASSERT_EQ(vy_add_sta_entry(m.b, vap), 0);
 		vy_host::settle();
-	}
-
-	void expect_consistent()
-	{
-		EXPECT_EQ(vy_read_listeners(), listener_sum());
 	}
 };
 
