@@ -21,15 +21,12 @@
 
 set -u
 [ $# -ge 1 ] || { echo "usage: $0 VEYRA_SIM [--dir DIR] [--bless] [NAME ...]" >&2; exit 2; }
-sim=$(cd "$(dirname "$1")" && pwd)/$(basename "$1")
-shift
+sim=$(cd "$(dirname "$1")" && pwd)/$(basename "$1") && shift
 here=$(cd "$(dirname "$0")" && pwd)
 [ "${1:-}" = --dir ] && [ $# -ge 2 ] && { here=$(cd "$2" && pwd) || exit 2; shift 2; }
-bless=0
-[ "${1:-}" = --bless ] && { bless=1; shift; }
+bless=0; [ "${1:-}" = --bless ] && { bless=1; shift; }
 [ $# -gt 0 ] || set -- $(cd "$here" && ls *.scn | sed 's/\.scn$//')
-tmp=$(mktemp -d)
-trap 'rm -rf "$tmp"' EXIT
+tmp=$(mktemp -d) && trap 'rm -rf "$tmp"' EXIT
 
 fail=
 for name in "$@"; do
