@@ -2,14 +2,19 @@
 # SPDX-License-Identifier: GPL-2.0
 """Generate veyra-sim's scenario files and captures from their sources.
 
-  mkscenarios.py            write tests/scenarios/*.scn, examples/*.scn and
-                            the captures
+  mkscenarios.py            write examples/*.scn, the frames of
+                            tests/scenarios/*.scn and the captures
   mkscenarios.py --check    write nothing; exit 1 naming every generated
                             file that differs from what its source gives
 
-Scenario sources are tests/scenarios/src/NAME.scn.in and
-examples/src/NAME.scn.in; each becomes NAME.scn one directory up. A source
-is a scenario with three additions:
+The golden scenarios, tests/scenarios/NAME.scn, are their own source: a
+comment "# frame: ARGS" is followed by a line (rx, tx or fwd) whose last
+word is the hex of the frame that "mkframe.py ARGS" builds, and the script
+rewrites that word. To add a frame, write the comment and the line with any
+placeholder as its last word, then run the script.
+
+Example sources are examples/src/NAME.scn.in; each becomes NAME.scn one
+directory up. A source is a scenario with three additions:
 
   %define NAME VALUE    defines ${NAME} for the lines after it (the line
                         itself is not copied)
@@ -19,8 +24,7 @@ is a scenario with three additions:
                         comment "# frame: ARGS" so the scenario stays readable
 
 Captures are made with mkpcap.py from the NAME.frames files listed in
-CAPTURES, and a few deliberately damaged ones for the malformed-capture
-tests.
+CAPTURES, and a deliberately damaged one for the malformed-capture test.
 """
 
 import os
@@ -34,7 +38,8 @@ import mkframe  # noqa: E402
 import mkpcap  # noqa: E402
 
 ROOT = os.path.dirname(HERE)
-SCENARIO_DIRS = ["tests/scenarios", "examples"]
+SCENARIO_DIRS = ["examples"]
+FRAMED_DIRS = ["tests/scenarios"]
 
 # (directory, frames source in its src/, capture to write, mkpcap options)
 CAPTURES = [
@@ -50,6 +55,7 @@ START_NS = mkpcap.DEFAULT_START * 1000000000
 DEFINE = re.compile(r"^%define\s+([A-Za-z_][A-Za-z0-9_]*)\s+(.*?)\s*$")
 VARIABLE = re.compile(r"\$\{([A-Za-z_][A-Za-z0-9_]*)\}")
 FRAME = re.compile(r"\$\(mkframe\s+([^)]*)\)")
+FRAME_COMMENT = re.compile(r"^#\s*frame:\s*(.*?)\s*$")
 
 
 class SourceError(Exception):
@@ -80,14 +86,34 @@ def expand(path):
             for args in frames:
                 out.append("# frame: " + " ".join(args.split()))
 
-            def hexframe(m):
-                try:
-                    return mkframe.frame(shlex.split(m.group(1))).hex()
-                except (mkframe.FrameError, SystemExit) as err:
-                    raise SourceError("%s:%d: mkframe %s: %s" % (rel, lineno, m.group(1), err))
-
-            out.append(FRAME.sub(hexframe, line))
+            where = "%s:%d" % (rel, lineno)
+            out.append(FRAME.sub(lambda m: mkframe_hex(m.group(1), where), line))
     return "\n".join(out) + "\n"
+
+
+def mkframe_hex(args, where):
+    try:
+        return mkframe.frame(shlex.split(args)).hex()
+    except (mkframe.FrameError, SystemExit) as err:
+        raise SourceError("%s: mkframe %s: %s" % (where, args, err))
+
+
+def refresh(path):
+    """The scenario text with each "# frame:" comment's frame rebuilt."""
+    rel = os.path.relpath(path, ROOT)
+    with open(path, encoding="utf-8") as f:
+        lines = f.read().split("\n")
+    for i, line in enumerate(lines):
+        m = FRAME_COMMENT.match(line)
+        if not m:
+            continue
+        where = "%s:%d" % (rel, i + 1)
+        words = lines[i + 1].split() if i + 1 < len(lines) else []
+        if len(words) < 3 or words[0] not in ("rx", "tx", "fwd"):
+            raise SourceError("%s: a frame comment must precede an rx, tx or fwd line" % where)
+        words[-1] = mkframe_hex(m.group(1), where)
+        lines[i + 1] = " ".join(words)
+    return "\n".join(lines)
 
 
 def capture(directory, source, opts):
@@ -97,23 +123,6 @@ def capture(directory, source, opts):
                            opts.get("big_endian", False))
     return mkpcap.pcapng(frames, START_NS, opts.get("nanosecond", False),
                          opts.get("big_endian", False), opts.get("simple", False))
-
-
-def damaged_captures(replay_ng):
-    """Broken captures for the malformed-capture scenarios."""
-    classic = mkpcap.pcap([(0, "-", mkframe.frame(
-        ["eth", "--src-mac", "02:11:22:33:44:55", "--dst-mac", "ff:ff:ff:ff:ff:ff",
-         "--ethertype", "0x0806", "--payload", "00" * 28]))], START_NS)
-    # The link type is the last word of the 24-byte file header; the first
-    # record's captured length is at offset 32.
-    wifi = classic[:20] + (105).to_bytes(4, "little") + classic[24:]
-    overlong = classic[:32] + (4000).to_bytes(4, "little") + classic[36:]
-    return {
-        "captures/bad-truncated.pcapng": replay_ng[:-6],
-        "captures/bad-linktype.pcap": wifi,
-        "captures/bad-caplen.pcap": overlong,
-        "captures/bad-magic.pcap": b"time 100\njoin 02:11:22:33:44:55 wlan0\n",
-    }
 
 
 def outputs():
@@ -127,11 +136,16 @@ def outputs():
             if name.endswith(".scn.in"):
                 text = expand(os.path.join(src, name))
                 files[os.path.join(directory, name[:-3])] = text.encode("utf-8")
+    for directory in FRAMED_DIRS:
+        for name in sorted(os.listdir(os.path.join(ROOT, directory))):
+            if name.endswith(".scn"):
+                rel = os.path.join(directory, name)
+                files[rel] = refresh(os.path.join(ROOT, rel)).encode("utf-8")
     for directory, source, target, opts in CAPTURES:
         files[os.path.join(directory, target)] = capture(directory, source, opts)
-    replay = files["tests/scenarios/captures/replay.pcapng"]
-    for target, data in damaged_captures(replay).items():
-        files[os.path.join("tests/scenarios", target)] = data
+    # A pcapng cut inside its last block, for the malformed-capture test.
+    files["tests/scenarios/captures/bad-truncated.pcapng"] = \
+        files["tests/scenarios/captures/replay.pcapng"][:-6]
     return files
 
 
