@@ -26,10 +26,14 @@ struct dns_query {
 	u16 name_len;
 	u16 qtype;
 	u16 qclass;
+	/* No label was dropped and no length byte has the pointer bits: the
+	 * name decoder reads the same name into the same text, silently. */
+	bool plain;
 };
 
 struct dns_answer {
-	char name[VY_DNS_NAME_SIZE];
+	/* The owner name, in one of the buffers of dns_names. */
+	const char *name;
 	u16 name_len;
 	u16 type;
 	u16 cls;
@@ -41,6 +45,31 @@ struct dns_answer {
 struct dns_alias {
 	char name[VY_DNS_NAME_SIZE];
 	u16 len;
+};
+
+/* What a name's decoding went through, beyond its text. */
+struct dns_name_trace {
+	u32 hops;      /* compression pointers followed */
+	bool cut;      /* a label did not fit, or a dot was left out */
+};
+
+/*
+ * The names of one response's answer section. Responses name each record
+ * after the one before it (the question, then each alias of the chain), so
+ * most owner names are a single pointer to the question name or to the
+ * last CNAME target. Decoding such a pointer gives the same text and
+ * length as the name it points to, and the same log lines (none), as long
+ * as that name's own decoding logged nothing and left a pointer to spare;
+ * the text at hand is then used instead.
+ */
+struct dns_names {
+	const dns_query *query;
+	/* An owner name and a CNAME target, or the last target and the next
+	 * owner; the target that may be reused is name[last]. */
+	dns_alias name[2];
+	u8 last;
+	bool last_reusable;
+	u32 last_off;   /* where the last target starts in the message */
 };
 
 /*
@@ -55,19 +84,36 @@ static inline bool vy_dns_fits(const u8 *p, u32 n, const u8 *end)
 }
 
 /*
- * One level of name decoding; a compression pointer nests one level
- * deeper. depth counts the pointers already followed for this name, so the
- * nesting (and the stack) stays bounded whatever pointers a message holds,
- * loops included.
+ * Decodes one name. Compression pointers are followed in a loop, at most
+ * VY_DNS_MAX_POINTERS of them, which bounds loops in a message as well as
+ * long chains. Each pointer starts a new level: the text of its target is
+ * written after what the level before it wrote, with the room that is
+ * left, and the messages about it print that level's own text, position
+ * and room. A name that fails logs one error line per pointer followed on
+ * the way to the failure, after the line that says what failed.
  */
-static const u8 *_vy_parse_dns_domain(const u8 *dns, const u8 *domain_p,
-				      const u8 *end, char *out, u16 *out_len,
-				      s16 room, u32 depth)
+static inline const u8 *_vy_parse_dns_domain(const u8 *dns,
+					      const u8 *domain_p,
+					      const u8 *end, char *out,
+					      u16 *out_len, s16 room,
+					      dns_name_trace *trace)
 {
 	const u8 *p = domain_p;
-	const u8 *next;
+	const u8 *next = nullptr;
+	/* The current level: where its text starts and the room it has. */
+	char *lvl_out = out;
+	s16 lvl_room = room;
 	u16 pos = 0;
-	u16 sub_len = 0;
+	/* The length a truncation recorded for the current level, 0 for none;
+	 * that of the first level is the caller's. */
+	u16 lvl_len = 0;
+	/* The length of the whole name, summed over the levels closed so far,
+	 * and whether a truncation has fixed it. */
+	u32 total = 0;
+	bool total_fixed = false;
+	u32 hops = 0;
+
+	trace->cut = false;
 
 	if (!dns || !domain_p || !end || !out || !out_len || room < 1) {
 		vy_warn_ratelimited("invalid parameters. (dns = %p, domain_p = %p)\n",
@@ -75,14 +121,11 @@ static const u8 *_vy_parse_dns_domain(const u8 *dns, const u8 *domain_p,
 		return nullptr;
 	}
 
-	/* The outermost call clears the whole buffer; a pointer's target is
-	 * written into the cleared rest of it. */
-	if (depth == 0)
-		vy_memset(out, 0, room);
+	vy_memset(out, 0, room);
 	*out_len = 0;
 
 	/* The name's first byte is the only one not vouched for by the
-	 * previous label's bound. */
+	 * previous label's bound or the pointer's target check. */
 	if (!vy_dns_fits(p, 0, end)) {
 		vy_info("DNS packets might be corrupt or fragmented: %p + %u > %p\n",
 			p, 0u, end);
@@ -93,7 +136,8 @@ static const u8 *_vy_parse_dns_domain(const u8 *dns, const u8 *domain_p,
 		u8 b = *p;
 
 		if (b == 0) {
-			next = p + 1;
+			if (!next)
+				next = p + 1;
 			break;
 		}
 
@@ -101,40 +145,50 @@ static const u8 *_vy_parse_dns_domain(const u8 *dns, const u8 *domain_p,
 			u32 offset;
 
 			if (pos != 0) {
-				if (pos + 1 < room) {
-					out[pos] = '.';
+				if (pos + 1 < lvl_room) {
+					lvl_out[pos] = '.';
 					pos++;
 				} else {
 					vy_info("domain length > the max size %d (partial domain = %s, %u + 1 >= %d)\n",
-						VY_DNS_NAME_SIZE, out,
-						(unsigned int)pos, room);
+						VY_DNS_NAME_SIZE, lvl_out,
+						(unsigned int)pos, lvl_room);
+					trace->cut = true;
 				}
 			}
 
 			if (!vy_dns_fits(p, 1, end)) {
 				vy_info("DNS packets might be corrupt or fragmented: %p + %u > %p\n",
 					p, 1u, end);
-				return nullptr;
+				goto fail;
 			}
 			offset = ((u32)(b & 0x3F) << 8) | p[1];
 
 			/* One pointer too many fails like a target out of
 			 * reach: either way the name cannot be completed. */
-			if (depth >= VY_DNS_MAX_POINTERS ||
+			if (hops >= VY_DNS_MAX_POINTERS ||
 			    !vy_dns_fits(dns, offset, end)) {
 				vy_info("DNS packets might be corrupt or fragmented: %p + %u > %p\n",
 					dns, offset, end);
-				return nullptr;
+				goto fail;
 			}
 
-			if (!_vy_parse_dns_domain(dns, dns + offset, end,
-						  out + pos, &sub_len,
-						  (s16)(room - pos), depth + 1)) {
-				vy_warn_ratelimited("_vy_parse_dns_domain() error\n");
-				return nullptr;
+			/* The name ends in the message after its first
+			 * pointer, wherever the pointers lead. */
+			if (!next)
+				next = p + 2;
+			if (hops == 0)
+				*out_len = lvl_len;
+			if (!total_fixed) {
+				total_fixed = lvl_len != 0;
+				total += total_fixed ? lvl_len : pos;
 			}
-			next = p + 2;
-			break;
+			lvl_out += pos;
+			lvl_room = (s16)(lvl_room - pos);
+			pos = 0;
+			lvl_len = 0;
+			hops++;
+			p = dns + offset;
+			continue;
 		}
 
 		/* Any other value is a label length, 64 to 191 included. The
@@ -142,39 +196,54 @@ static const u8 *_vy_parse_dns_domain(const u8 *dns, const u8 *domain_p,
 		if (!vy_dns_fits(p, 1u + b, end)) {
 			vy_info("DNS packets might be corrupt or fragmented: %p + %u > %p\n",
 				p, (unsigned int)b, end);
-			return nullptr;
+			goto fail;
 		}
 
-		if (pos + b + 1 >= room) {
+		if (pos + b + 1 >= lvl_room) {
 			vy_info("domain length > the max size %d (partial domain = %s, %u + %u + 1 >= %d)\n",
-				VY_DNS_NAME_SIZE, out, (unsigned int)pos,
-				(unsigned int)b, room);
+				VY_DNS_NAME_SIZE, lvl_out, (unsigned int)pos,
+				(unsigned int)b, lvl_room);
+			trace->cut = true;
 			/* The reported length is the one before the first
 			 * label that did not fit; nothing after it fits. */
-			if (*out_len == 0)
-				*out_len = pos;
-			pos = (u16)(room - 1);
+			if (lvl_len == 0)
+				lvl_len = pos;
+			pos = (u16)(lvl_room - 1);
 		} else {
 			if (pos != 0) {
-				out[pos] = '.';
+				lvl_out[pos] = '.';
 				pos++;
 			}
-			vy_memcpy(out + pos, p + 1, b);
+			vy_memcpy(lvl_out + pos, p + 1, b);
 			pos += b;
 		}
 		p += 1 + b;
 	}
 
-	if (*out_len == 0)
-		*out_len = (u16)(pos + sub_len);
+	if (!total_fixed)
+		total += lvl_len != 0 ? lvl_len : pos;
+	*out_len = (u16)total;
+	trace->hops = hops;
 	return next;
+
+fail:
+	if (hops == 0)
+		*out_len = lvl_len;
+	/* One line for each pointer that led here, as each level that
+	 * followed one gives up in turn. */
+	while (hops-- > 0)
+		vy_warn_ratelimited("_vy_parse_dns_domain() error\n");
+	return nullptr;
 }
 
 const u8 *_vy_parse_dns_domain(const u8 *dns, const u8 *domain_p,
 			       const u8 *end, char *out, u16 *out_len,
 			       s16 room)
 {
-	return _vy_parse_dns_domain(dns, domain_p, end, out, out_len, room, 0);
+	dns_name_trace trace;
+
+	return _vy_parse_dns_domain(dns, domain_p, end, out, out_len, room,
+				    &trace);
 }
 
 /* The question's length in bytes (name, QTYPE, QCLASS); 0 on failure. A
@@ -184,6 +253,8 @@ static u32 vy_parse_dns_query(const u8 *buff, dns_query *query,
 {
 	const u8 *p = buff;
 	u32 room = 0;
+	bool dropped = false;
+	bool ptr_like = false;
 
 	if (!buff || !query || !end) {
 		vy_warn_ratelimited("invalid parameters. (buff = %p, query = %p)\n",
@@ -210,8 +281,10 @@ static u32 vy_parse_dns_query(const u8 *buff, dns_query *query,
 
 		/* Leading labels only: once one does not fit in the 127
 		 * characters, it and all after it are dropped. */
+		ptr_like |= (l & VY_DNS_PTR_MASK) == VY_DNS_PTR_MASK;
 		if (room + l > VY_DNS_NAME_SIZE - 2) {
 			room = VY_DNS_NAME_SIZE - 1;
+			dropped = true;
 		} else {
 			if (query->name_len != 0) {
 				query->name[query->name_len] = '.';
@@ -233,6 +306,7 @@ static u32 vy_parse_dns_query(const u8 *buff, dns_query *query,
 	}
 	query->qtype = vy_get_be16(p + 1);
 	query->qclass = vy_get_be16(p + 3);
+	query->plain = !dropped && !ptr_like;
 
 	return (u32)(p + 5 - buff);
 }
@@ -242,9 +316,11 @@ static u32 vy_parse_dns_query(const u8 *buff, dns_query *query,
  * on failure. */
 static u32 vy_parse_dns_answer(const u8 *sta_mac, const u8 *dns,
 			       const u8 *buff, dns_answer *answer,
-			       const u8 *end)
+			       const u8 *end, dns_names *names)
 {
-	dns_alias alias;
+	const dns_query *query = names->query;
+	dns_name_trace trace;
+	dns_alias *spare;
 	const u8 *p;
 
 	if (!sta_mac || !dns || !buff || !answer || !end) {
@@ -253,11 +329,33 @@ static u32 vy_parse_dns_answer(const u8 *sta_mac, const u8 *dns,
 		return 0;
 	}
 
-	p = _vy_parse_dns_domain(dns, buff, end, answer->name,
-				 &answer->name_len, VY_DNS_NAME_SIZE);
+	/* An owner name that has to be decoded goes where it leaves the last
+	 * target alone; a CNAME target then goes where the owner is not. */
+	spare = &names->name[names->last ^ 1];
+	p = nullptr;
+	if (vy_dns_fits(buff, 1, end) && buff[0] >= VY_DNS_PTR_MASK) {
+		u32 offset = ((u32)(buff[0] & 0x3F) << 8) | buff[1];
+
+		if (offset == VY_DNS_HDR_LEN && query->plain) {
+			answer->name = query->name;
+			answer->name_len = query->name_len;
+			p = buff + 2;
+		} else if (offset == names->last_off && names->last_reusable) {
+			answer->name = names->name[names->last].name;
+			answer->name_len = names->name[names->last].len;
+			p = buff + 2;
+		}
+	}
 	if (!p) {
-		vy_warn_ratelimited("_vy_parse_dns_domain() error\n");
-		return 0;
+		p = _vy_parse_dns_domain(dns, buff, end, spare->name,
+					 &answer->name_len, VY_DNS_NAME_SIZE,
+					 &trace);
+		if (!p) {
+			vy_warn_ratelimited("_vy_parse_dns_domain() error\n");
+			return 0;
+		}
+		answer->name = spare->name;
+		spare = &names->name[names->last];
 	}
 
 	if (!vy_dns_fits(p, VY_DNS_RR_FIXED_LEN - 1, end)) {
@@ -286,6 +384,7 @@ static u32 vy_parse_dns_answer(const u8 *sta_mac, const u8 *dns,
 		vy_add_sta_domain_ip(sta_mac, answer->name, answer->name_len,
 				     ip);
 	} else if (answer->type == VY_DNS_TYPE_CNAME) {
+		dns_alias *alias = spare;
 		const u8 *rdata_end;
 
 		/* The target's labels stay inside the RDATA, and inside the
@@ -300,15 +399,22 @@ static u32 vy_parse_dns_answer(const u8 *sta_mac, const u8 *dns,
 			rdata_end = answer->rdata + answer->rdlength - 1;
 
 		if (!_vy_parse_dns_domain(dns, answer->rdata, rdata_end,
-					  alias.name, &alias.len,
-					  VY_DNS_NAME_SIZE)) {
+					  alias->name, &alias->len,
+					  VY_DNS_NAME_SIZE, &trace)) {
 			vy_warn_ratelimited("_vy_parse_dns_domain() error\n");
 			return 0;
 		}
 		vy_info("DNS Answer: %s, cname = %s\n", answer->name,
-			alias.name);
+			alias->name);
 		vy_add_sta_domain_cname(sta_mac, answer->name, answer->name_len,
-					alias.name, alias.len);
+					alias->name, alias->len);
+		/* Read up to the message's end instead of the RDATA's, the
+		 * same bytes decode the same way. A pointer to it is one hop
+		 * more than the target took. */
+		names->last = (u8)(alias - names->name);
+		names->last_off = (u32)(answer->rdata - dns);
+		names->last_reusable = !trace.cut &&
+				       trace.hops < VY_DNS_MAX_POINTERS;
 	} else {
 		vy_dbg("ignore dns type %u\n", (unsigned int)answer->type);
 	}
@@ -321,6 +427,7 @@ static void vy_parse_dns_pkt(const u8 *sta_mac, const pkt_info *pkt,
 {
 	dns_query query;
 	dns_answer answer;
+	dns_names names;
 	const u8 *end = dns + len - 1;
 	u16 flags = vy_get_be16(dns + 2);
 	u16 qdcount = vy_get_be16(dns + 4);
@@ -373,12 +480,16 @@ static void vy_parse_dns_pkt(const u8 *sta_mac, const pkt_info *pkt,
 	}
 
 	off = VY_DNS_HDR_LEN + qlen;
+	names.query = &query;
+	names.last = 0;
+	names.last_reusable = false;
+	names.last_off = 0;
 	for (u32 i = 0; i < ancount; i++) {
 		/* A record that starts past the message fails on its first
 		 * name byte; one past the last byte stands for all such. */
 		const u8 *buff = dns + (off < len ? off : len);
 		u32 rlen = vy_parse_dns_answer(sta_mac, dns, buff, &answer,
-					       end);
+					       end, &names);
 
 		if (rlen == 0) {
 			vy_warn_ratelimited("dns answer parsing failed\n");
