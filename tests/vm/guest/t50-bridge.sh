@@ -74,12 +74,12 @@ RUN_T50=$KLOG_MARK
 rm -f "$BR_LOG" "$RUN/bridge-t50.state"
 
 # --- installed as on an AP --------------------------------------------------------
-check_feature bridge install_runs mk_install install
-check_feature bridge installed_programs test -x "$SBIN/veyra-umac-bridge" -a -x "$SBIN/veyra-mknodes" -a -x "$INITD"
-check_feature bridge installed_unit_path grep -qx "ExecStart=$SBIN/veyra-umac-bridge -s /run/veyra-umac-bridge.state \$VEYRA_BRIDGE_OPTS" \
+check install_runs mk_install install
+check installed_programs test -x "$SBIN/veyra-umac-bridge" -a -x "$SBIN/veyra-mknodes" -a -x "$INITD"
+check installed_unit_path grep -qx "ExecStart=$SBIN/veyra-umac-bridge -s /run/veyra-umac-bridge.state \$VEYRA_BRIDGE_OPTS" \
 	/etc/systemd/system/veyra-umac-bridge.service
-check_feature bridge installed_initd_path grep -qx "DAEMON=$SBIN/veyra-umac-bridge" "$INITD"
-check_feature bridge installed_rule_path grep -q "RUN+=\"$SBIN/veyra-mknodes -r\"" /etc/udev/rules.d/99-veyra.rules
+check installed_initd_path grep -qx "DAEMON=$SBIN/veyra-umac-bridge" "$INITD"
+check installed_rule_path grep -q "RUN+=\"$SBIN/veyra-mknodes -r\"" /etc/udev/rules.d/99-veyra.rules
 # Every VAP of the control directory (no names given), pinged every second.
 cat > "$DEFAULTS" <<DEFAULTS
 PIDFILE=$RUN/bridge.pid
@@ -90,83 +90,83 @@ DEFAULTS
 
 # --- a station associated before the bridge starts ------------------------------
 check load_modules load_veyra
-check_feature devices debug_level_2 vy_debug 2
+check debug_level_2 vy_debug 2
 check sta1_associates sta_connect 1
 M1=$(sta_mac 1)
 klog_mark
 log_mark
-check_feature bridge initd_start "$INITD" start
-check_feature bridge initd_status "$INITD" status
+check initd_start "$INITD" start
+check initd_status "$INITD" status
 BPID=$(bridge_pid)
-check_feature bridge present_sta_announced wait_for 20 log_has "join $M1 $AP_IF \(associated at attach\)$"
-check_feature sta+devices+bridge present_sta_added wait_for 10 klog_has "STA $M1 is added\. \(VAP = $AP_IF\)"
+check present_sta_announced wait_for 20 log_has "join $M1 $AP_IF \(associated at attach\)$"
+check present_sta_added wait_for 10 klog_has "STA $M1 is added\. \(VAP = $AP_IF\)"
 # reload: the current stations again, for a veyra loaded after the bridge.
-check_feature bridge initd_reload "$INITD" reload
-check_feature bridge reload_announces wait_for 20 sh -c "[ \$(grep -c 'join $M1 $AP_IF (associated at attach)' '$BR_LOG') -ge 2 ]"
-check_feature sta+devices+bridge reload_known_sta wait_for 10 klog_has "STA $M1 is already added\. \(old VAP = $AP_IF, new VAP = $AP_IF\)"
+check initd_reload "$INITD" reload
+check reload_announces wait_for 20 sh -c "[ \$(grep -c 'join $M1 $AP_IF (associated at attach)' '$BR_LOG') -ge 2 ]"
+check reload_known_sta wait_for 10 klog_has "STA $M1 is already added\. \(old VAP = $AP_IF, new VAP = $AP_IF\)"
 
 # --- hostapd crashes; station 1 leaves meanwhile; hostapd comes back with two VAPs
 klog_mark
 log_mark
 check ap_crashed ap_crash
-check_feature bridge bridge_notices_crash wait_for 20 log_has "$AP_IF: hostapd went away"
+check bridge_notices_crash wait_for 20 log_has "$AP_IF: hostapd went away"
 check sta1_leaves_while_ap_down sta_disconnect 1
 check ap_two_vaps ap_start_2vap
-check_feature bridge reattached_after_crash wait_for 30 attached_count "$AP_IF" 1
-check_feature bridge second_vap_followed wait_for 30 attached_count "$VAP2" 1
-check_feature bridge same_bridge_after_crash bridge_is "$BPID"
-check_feature bridge missed_leave_sent wait_for 20 log_has "leave $M1 $AP_IF \(gone while detached\)$"
-check_feature sta+devices+bridge missed_leave_deletes wait_for 10 klog_has "Delete STA $M1 from $AP_IF"
+check reattached_after_crash wait_for 30 attached_count "$AP_IF" 1
+check second_vap_followed wait_for 30 attached_count "$VAP2" 1
+check same_bridge_after_crash bridge_is "$BPID"
+check missed_leave_sent wait_for 20 log_has "leave $M1 $AP_IF \(gone while detached\)$"
+check missed_leave_deletes wait_for 10 klog_has "Delete STA $M1 from $AP_IF"
 
 check sta2_associates sta_connect 2
 M2=$(sta_mac 2)
-check_feature bridge join_after_restart wait_for 20 log_has " veyra-umac-bridge: join $M2 $AP_IF$"
-check_feature sta+devices+bridge sta2_added wait_for 10 klog_has "STA $M2 is added\. \(VAP = $AP_IF\)"
+check join_after_restart wait_for 20 log_has " veyra-umac-bridge: join $M2 $AP_IF$"
+check sta2_added wait_for 10 klog_has "STA $M2 is added\. \(VAP = $AP_IF\)"
 check sta3_on_second_vap sta3_to_vap2
 M3=$(sta_mac 3)
-check_feature bridge join_on_second_vap wait_for 20 log_has " veyra-umac-bridge: join $M3 $VAP2$"
-check_feature sta+devices+bridge sta3_added_on_second_vap wait_for 10 klog_has "STA $M3 is added\. \(VAP = $VAP2\)"
+check join_on_second_vap wait_for 20 log_has " veyra-umac-bridge: join $M3 $VAP2$"
+check sta3_added_on_second_vap wait_for 10 klog_has "STA $M3 is added\. \(VAP = $VAP2\)"
 check sta3_leaves sta3_back
-check_feature bridge leave_on_second_vap wait_for 20 log_has " veyra-umac-bridge: leave $M3 $VAP2$"
-check_feature sta+devices+bridge sta3_deleted wait_for 10 klog_has "Delete STA $M3 from $VAP2"
+check leave_on_second_vap wait_for 20 log_has " veyra-umac-bridge: leave $M3 $VAP2$"
+check sta3_deleted wait_for 10 klog_has "Delete STA $M3 from $VAP2"
 
 # --- a clean restart back to the usual AP; station 2 stays and comes back -------
 klog_mark
 log_mark
 check ap_stopped ap_stop
 check ap_restarted ap_start
-check_feature bridge reattached_after_restart wait_for 30 attached_count "$AP_IF" 1
-check_feature bridge same_bridge_after_restart bridge_is "$BPID"
+check reattached_after_restart wait_for 30 attached_count "$AP_IF" 1
+check same_bridge_after_restart bridge_is "$BPID"
 sta2_is_back() { sta_state_is 2 COMPLETED && ap_has_sta "$M2"; }
 check sta2_back wait_for 60 sta2_is_back
 # Whether hostapd's own leave, the missed-leave or the announcement came
 # first, the bridge's last word on station 2 is a join, and veyra has it.
 last_m2_is_join() { log_since | grep -E " $M2 $AP_IF( |\$)" | tail -n 1 | grep -q " veyra-umac-bridge: join "; }
-check_feature bridge sta2_announced_again wait_for 20 last_m2_is_join
-check_feature sta+devices+bridge sta2_known_again wait_for 10 klog_has "STA $M2 is (already )?added"
+check sta2_announced_again wait_for 20 last_m2_is_join
+check sta2_known_again wait_for 10 klog_has "STA $M2 is (already )?added"
 klog_mark
 log_mark
 check sta2_leaves sta_disconnect 2
-check_feature bridge leave_after_restart wait_for 20 log_has " veyra-umac-bridge: leave $M2 $AP_IF$"
-check_feature sta+devices+bridge sta2_deleted wait_for 10 klog_has "Delete STA $M2 from $AP_IF"
+check leave_after_restart wait_for 20 log_has " veyra-umac-bridge: leave $M2 $AP_IF$"
+check sta2_deleted wait_for 10 klog_has "Delete STA $M2 from $AP_IF"
 
 # --- the station list outlives a restart of the bridge itself -------------------
 check sta1_associates_again sta_connect 1
-check_feature bridge sta1_joined wait_for 20 log_has " veyra-umac-bridge: join $M1 $AP_IF$"
-check_feature bridge initd_stop "$INITD" stop
-check_feature bridge bridge_gone wait_for 10 gone "$BPID"
-check_feature bridge cli_gone wait_for 10 sh -c "! pgrep -f '[h]ostapd_cli -p $HOSTAPD_CTRL -i .* -a'"
-check_feature bridge state_kept grep -qx "$M1 $AP_IF" "$RUN/bridge-t50.state"
+check sta1_joined wait_for 20 log_has " veyra-umac-bridge: join $M1 $AP_IF$"
+check initd_stop "$INITD" stop
+check bridge_gone wait_for 10 gone "$BPID"
+check cli_gone wait_for 10 sh -c "! pgrep -f '[h]ostapd_cli -p $HOSTAPD_CTRL -i .* -a'"
+check state_kept grep -qx "$M1 $AP_IF" "$RUN/bridge-t50.state"
 klog_mark
 check sta1_leaves_while_bridge_down sta_disconnect 1
 log_mark
-check_feature bridge initd_start_again "$INITD" start
-check_feature bridge leave_from_state wait_for 20 log_has "leave $M1 $AP_IF \(gone while detached\)$"
-check_feature sta+devices+bridge leave_from_state_deletes wait_for 10 klog_has "Delete STA $M1 from $AP_IF"
-check_feature bridge initd_stop_again "$INITD" stop
-check_feature bridge state_emptied sh -c "! grep -q . '$RUN/bridge-t50.state'"
-check_feature bridge ap_bridged_after_restarts test -e "/sys/class/net/br0/brif/$AP_IF"
-check_feature bridge second_vap_gone test ! -e "/sys/class/net/$VAP2"
+check initd_start_again "$INITD" start
+check leave_from_state wait_for 20 log_has "leave $M1 $AP_IF \(gone while detached\)$"
+check leave_from_state_deletes wait_for 10 klog_has "Delete STA $M1 from $AP_IF"
+check initd_stop_again "$INITD" stop
+check state_emptied sh -c "! grep -q . '$RUN/bridge-t50.state'"
+check ap_bridged_after_restarts test -e "/sys/class/net/br0/brif/$AP_IF"
+check second_vap_gone test ! -e "/sys/class/net/$VAP2"
 
 # --- the udev rule: nodes appear with veyra and go with it ----------------------
 check unload_before_udev unload_all
@@ -183,12 +183,12 @@ if [ -x /lib/systemd/systemd-udevd ]; then
 	}
 	check load_with_udev load_veyra
 	udevadm settle -t 30
-	check_feature devices+bridge udev_summary_node wait_for 10 node_is summary
-	check_feature devices+bridge udev_dump_node wait_for 10 node_is dump
-	check_feature devices+bridge udev_nodes_work sh -c "printf 'debug_level 1' > /dev/vy_summary && cat /dev/vy_dump > '$OUT/udev-dump.txt'"
+	check udev_summary_node wait_for 10 node_is summary
+	check udev_dump_node wait_for 10 node_is dump
+	check udev_nodes_work sh -c "printf 'debug_level 1' > /dev/vy_summary && cat /dev/vy_dump > '$OUT/udev-dump.txt'"
 	check unload_with_udev rmmod veyra
 	udevadm settle -t 30
-	check_feature devices+bridge udev_nodes_removed wait_for 10 sh -c '! test -e /dev/vy_summary && ! test -e /dev/vy_dump'
+	check udev_nodes_removed wait_for 10 sh -c '! test -e /dev/vy_summary && ! test -e /dev/vy_dump'
 	udevadm control --exit
 	check udevd_stopped wait_for 20 gone "$UDEVD"
 else
@@ -197,7 +197,7 @@ fi
 
 # --- uninstalled ----------------------------------------------------------------
 rm -f "$DEFAULTS"
-check_feature bridge uninstall_runs mk_install uninstall
-check_feature bridge uninstalled sh -c "! test -e $SBIN/veyra-umac-bridge && ! test -e $SBIN/veyra-mknodes && ! test -e $INITD && ! test -e /etc/udev/rules.d/99-veyra.rules && ! test -e /etc/systemd/system/veyra-umac-bridge.service"
+check uninstall_runs mk_install uninstall
+check uninstalled sh -c "! test -e $SBIN/veyra-umac-bridge && ! test -e $SBIN/veyra-mknodes && ! test -e $INITD && ! test -e /etc/udev/rules.d/99-veyra.rules && ! test -e /etc/systemd/system/veyra-umac-bridge.service"
 KLOG_MARK=$RUN_T50
 check kernel_log_clean_bridge klog_clean
