@@ -14,7 +14,7 @@
 set -eu
 
 PKGS="qemu-system-x86 hostapd wpasupplicant dnsmasq-base busybox iw tcpdump
-iproute2 dnsutils kmod cpio gzip wireless-regdb util-linux procps make gcc udev"
+iproute2 dnsutils kmod cpio gzip wireless-regdb util-linux procps make gcc"
 
 as_root() {
 	if [ "$(id -u)" -eq 0 ]; then "$@"
