@@ -2,8 +2,9 @@
 # Stage 2, PID 1 of the VM: mounts the basics, keeps the whole kernel log, builds
 # the network topology once, runs each guest script named in the run plan in
 # this one boot, ends with the test suite's closing checks when the suite is
-# there (tests/vm/guest/checks.sh), writes "RESULT fails=N" and powers off. The host runner wrote the plan (VY_* settings) into the results
-# folder, mounted at /mnt/out.
+# there (tests/vm/guest/checks.sh), writes "RESULT fails=N" and powers off.
+# The host runner wrote the plan (VY_* settings) into the results folder,
+# mounted at /mnt/out.
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin
 OUT=/mnt/out
 trap 'sync; busybox poweroff -f' EXIT
