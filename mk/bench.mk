@@ -5,7 +5,8 @@
 #   make bench           run every host benchmark, print each comparison as
 #                        a ratio, and rewrite BENCHMARKS.md from the results
 #   make bench-vm        iperf3 across the VM's bridge with veyra unloaded,
-#                        loaded but unhooked, and hooked; rewrites BENCHMARKS.md
+#                        loaded but unhooked, and hooked (the guest script
+#                        bench/vm/bench-throughput.sh); rewrites BENCHMARKS.md
 #   make bench-profile   callgrind over the hot paths; the hot spots go into
 #                        BENCHMARKS.md
 #   make bench-report    BENCHMARKS.md again from the results already there
@@ -57,7 +58,7 @@ bench-vm:
 	@scripts/vm-deps.sh
 	@scripts/bench-deps.sh vm
 	@$(MAKE) --no-print-directory module
-	@rc=0; VM_ICOUNT=$(BENCH_VM_ICOUNT) tests/vm/run.sh --no-build --build $(BUILD) --out $(BENCH_VM_OUT) \
+	@rc=0; VM_ICOUNT=$(BENCH_VM_ICOUNT) vm/run.sh --no-build --build $(BUILD) --out $(BENCH_VM_OUT) \
 		bench-throughput || rc=$$?; $(BENCH_REPORT) && exit $$rc
 
 bench-report:

@@ -4,4 +4,4 @@
 .PHONY: vm-soak
 vm-soak: vm-deps module
 	@VY_SOAK_CYCLES=$(or $(VY_SOAK_CYCLES),20) VY_SCENARIO_TIMEOUT=2400 VM_TIMEOUT=3000 \
-		tests/vm/run.sh --no-build --build $(BUILD) soak
+		vm/run.sh --no-build --build $(BUILD) soak

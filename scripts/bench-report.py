@@ -489,7 +489,7 @@ VM_GOALS = []  # (title, measured, target, verdict) of the last VM run
 def section_vm(vmdir):
     del VM_GOALS[:]
     out = ["## 5. Throughput in the real kernel", "",
-           "`make bench-vm` boots the VM of the test harness (Debian's kernel under "
+           "`make bench-vm` boots the demo's VM (`vm/`: Debian's kernel under "
            "QEMU software emulation) and runs iperf3 across the bridge `br0` between "
            "its two wired veth ports (from namespace `wired` to namespace `lan`), TCP "
            "and UDP (1400-byte datagrams, unlimited rate, the rate received), with the "

@@ -6,7 +6,7 @@
 # kmemleak and the timer/work debug objects.
 #
 # The result is a kernel tree laid out like the harness's kernel cache
-# (boot/vmlinuz-REL, lib/modules/REL), so tests/vm/run.sh boots it with
+# (boot/vmlinuz-REL, lib/modules/REL), so vm/run.sh boots it with
 # KVER=REL, and the build folder is the KDIR veyra and umac are built against.
 #
 # usage: scripts/debug-kernel.sh          builds (or reuses) the kernel; prints REL
@@ -23,7 +23,7 @@ localversion=-vydebug
 
 # Debian's configuration comes with the distribution kernel the harness uses.
 base_kver=$("$root/scripts/kver.sh")
-base_tree=$(KVER=$base_kver "$root/tests/vm/kernel-cache.sh")
+base_tree=$(KVER=$base_kver "$root/vm/kernel-cache.sh")
 base_config=$base_tree/boot/config-$base_kver
 [ -f "$base_config" ] || { echo "debug-kernel: no $base_config" >&2; exit 1; }
 

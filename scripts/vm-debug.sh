@@ -34,7 +34,7 @@ export KVER="$rel" VY_KERNEL_CACHE="$work/tree"
 export VY_SLOW="${VY_SLOW:-4}" VM_MEM="${VM_MEM:-2048}"
 set +e
 # run.sh empties the results folder first: its own output goes beside it.
-tests/vm/run.sh --no-build --build "$build/debug-kernel" --out "$out" "$@" > "$build/debug-kernel/run.out" 2>&1
+vm/run.sh --no-build --build "$build/debug-kernel" --out "$out" "$@" > "$build/debug-kernel/run.out" 2>&1
 rc=$?
 set -e
 tail -n 5 "$build/debug-kernel/run.out"

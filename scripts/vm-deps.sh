@@ -3,7 +3,7 @@
 # host: QEMU, the AP and client tools the guest runs from the host's own root
 # filesystem, and the headers of the kernel the guest boots, so that the
 # modules are built for it. The kernel image itself is never installed: the
-# harness downloads and unpacks it into a cache folder (tests/vm/kernel-cache.sh).
+# harness downloads and unpacks it into a cache folder (vm/kernel-cache.sh).
 #
 # usage: scripts/vm-deps.sh            install what is missing (quick when all is there)
 #        scripts/vm-deps.sh --check    only report what is missing (exit 1 if anything is)
@@ -14,7 +14,7 @@
 set -eu
 
 PKGS="qemu-system-x86 hostapd wpasupplicant dnsmasq-base busybox iw tcpdump
-iproute2 dnsutils kmod cpio gzip wireless-regdb util-linux procps make gcc udev"
+iproute2 dnsutils kmod cpio gzip wireless-regdb util-linux procps make gcc"
 
 as_root() {
 	if [ "$(id -u)" -eq 0 ]; then "$@"

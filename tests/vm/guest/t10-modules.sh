@@ -1,29 +1,13 @@
-# Module lifecycle: both modules load and unload cleanly, twice in a row; umac
-# cannot be unloaded while veyra uses it; veyra registers its station-event
-# monitor with umac and publishes its device majors.
-klog_mark
-for round in 1 2; do
-	check "load_umac_$round" insmod "$VY_MODDIR/umac.ko"
-	check "load_veyra_$round" insmod "$VY_MODDIR/veyra.ko"
-	check "veyra_holds_umac_$round" test -e /sys/module/umac/holders/veyra
-	check_feature sta "monitor_registered_$round" sh -c "[ \"\$(awk '\$1 == \"monitors\" { print \$2 }' $UMAC_COUNTERS)\" = 1 ]"
-	check_feature devices "sysfs_majors_$round" sh -c \
-		'grep -Eq "^[1-9][0-9]*$" /sys/veyra/summary_dev_major_num && grep -Eq "^[1-9][0-9]*$" /sys/veyra/dump_dev_major_num'
-	if [ "$round" = 1 ]; then
-		# Nodes of an earlier load are replaced by ones with the current majors.
-		rm -f /dev/vy_summary; mknod /dev/vy_summary c 1 3
-		node_major_ok() { [ "$(stat -c %t /dev/vy_$1)" = "$(printf %x "$(cat /sys/veyra/$1_dev_major_num)")" ]; }
-		check_feature devices mknodes_replaces_stale sh -c "$MKNODES && test -c /dev/vy_summary && test -c /dev/vy_dump"
-		check_feature devices mknodes_summary_major node_major_ok summary
-		check_feature devices mknodes_dump_major node_major_ok dump
-		check mknodes_remove sh -c "$MKNODES -r && ! test -e /dev/vy_summary && ! test -e /dev/vy_dump"
-	fi
-	check "rmmod_umac_refused_while_veyra_loaded_$round" sh -c "! rmmod umac && test -d /sys/module/umac && test -d /sys/module/veyra"
-	check "unload_veyra_$round" rmmod veyra
-	check_feature sta "monitor_unregistered_$round" sh -c "[ \"\$(awk '\$1 == \"monitors\" { print \$2 }' $UMAC_COUNTERS)\" = 0 ]"
-	check "veyra_gone_$round" sh -c '! test -e /sys/module/veyra && ! test -e /sys/veyra'
-	check "unload_umac_$round" rmmod umac
-done
-
-# Loading and unloading is silent at the default debug level.
-check kernel_log_clean_modules klog_clean
+# Module lifecycle in the kernel: veyra imports umac's symbols, so umac comes
+# first, cannot be unloaded while veyra holds it, and goes last; veyra hands
+# its station-event monitor to umac on load and takes it back on unload.
+monitors_are() { [ "$(awk '$1 == "monitors" { print $2 }' "$UMAC_COUNTERS")" = "$1" ]; }
+check load_umac insmod "$VY_MODDIR/umac.ko"
+check load_veyra insmod "$VY_MODDIR/veyra.ko"
+check veyra_holds_umac test -e /sys/module/umac/holders/veyra
+check monitor_registered monitors_are 1
+check rmmod_umac_refused_while_veyra_loaded sh -c '! rmmod umac && test -d /sys/module/umac && test -d /sys/module/veyra'
+check unload_veyra rmmod veyra
+check monitor_unregistered monitors_are 0
+check veyra_gone sh -c '! test -e /sys/module/veyra && ! test -e /sys/veyra'
+check unload_umac rmmod umac

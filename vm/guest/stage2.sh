@@ -1,9 +1,10 @@
 #!/bin/sh
 # Stage 2, PID 1 of the VM: mounts the basics, keeps the whole kernel log, builds
-# the network topology once, runs each scenario named in the run plan in this
-# one boot, checks the kernel log of the whole run, writes "RESULT fails=N" and
-# powers off. The host runner wrote the plan (VY_* settings) into the results
-# folder, mounted at /mnt/out.
+# the network topology once, runs each guest script named in the run plan in
+# this one boot, ends with the test suite's closing checks when the suite is
+# there (tests/vm/guest/checks.sh), writes "RESULT fails=N" and powers off.
+# The host runner wrote the plan (VY_* settings) into the results folder,
+# mounted at /mnt/out.
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin
 OUT=/mnt/out
 trap 'sync; busybox poweroff -f' EXIT
@@ -16,7 +17,9 @@ mount -t tmpfs tmpfs /run
 mount -t debugfs debugfs /sys/kernel/debug
 mount -t tracefs tracefs /sys/kernel/tracing
 . "$OUT/plan"
-. "$VY_SRC/tests/vm/guest/lib.sh"
+. "$VY_SRC/vm/guest/lib.sh"
+CHECKS=$VY_SRC/tests/vm/guest/checks.sh
+[ -f "$CHECKS" ] && . "$CHECKS" || CHECKS=
 : > "$OUT/result"
 : > "$OUT/timings"
 ip link set lo up
@@ -34,23 +37,25 @@ klog_mark
 RUN_MARK=$KLOG_MARK
 head -n "$RUN_MARK" "$KMSG" > "$OUT/kmsg-boot.raw"
 
-check kernel_modules_reachable test -f "/lib/modules/$(uname -r)/modules.dep"
-check veyra_ko_present test -f "$VY_MODDIR/veyra.ko"
-check umac_ko_present test -f "$VY_MODDIR/umac.ko"
+step kernel_modules_reachable test -f "/lib/modules/$(uname -r)/modules.dep"
+step veyra_ko_present test -f "$VY_MODDIR/veyra.ko"
+step umac_ko_present test -f "$VY_MODDIR/umac.ko"
 
 phase topology
-check topology net_setup
-check ap_up ap_start
-check ap_in_bridge test -e "/sys/class/net/br0/brif/$AP_IF"
+step topology net_setup
+step ap_up ap_start
+step ap_in_bridge test -e "/sys/class/net/br0/brif/$AP_IF"
 
 # DHCP and DNS on every interface of the AP side, for reading afterwards.
 tcpdump -Z root -U -n -i any -w "$RUN/ap-side.pcap" 'port 67 or port 68 or port 53' 2> "$RUN/tcpdump.err" &
 TCPDUMP=$!
 
-for s in $VY_SCENARIOS; do
+for path in $VY_SCENARIOS; do
+	s=$(basename "$path" .sh)
 	phase "scenario_$s"
 	echo "SCENARIO $s" >> "$OUT/result"
-	timeout "$(( ${VY_SCENARIO_TIMEOUT:-600} * ${VY_SLOW:-1} ))" sh -c ". '$G/lib.sh'; . '$G/$s.sh'"
+	timeout "$(( ${VY_SCENARIO_TIMEOUT:-600} * ${VY_SLOW:-1} ))" \
+		sh -c ". '$G/lib.sh'; ${CHECKS:+. '$CHECKS';} . '$path'"
 	rc=$?
 	[ "$rc" -eq 0 ] || _record "FAIL scenario_${s}_completed (exit $rc)"
 	# Each scenario starts from the same state: modules out, event bridge off.
@@ -60,24 +65,7 @@ done
 
 phase end
 KLOG_MARK=$RUN_MARK
-if [ -n "$VY_SCENARIOS" ]; then
-	check kernel_log_clean_whole_run klog_clean
-fi
-# A debug kernel's leak detector, once every module of ours is out. An object
-# is reported only after it has stayed unreferenced through a scan, hence
-# two scans. A leak of veyra's or umac's is told by a frame of its
-# allocation trace in one of them, or in a module no longer loaded (whose
-# addresses stay unresolved).
-if [ -w /sys/kernel/debug/kmemleak ]; then
-	phase kmemleak
-	echo scan > /sys/kernel/debug/kmemleak
-	sleep 6
-	echo scan > /sys/kernel/debug/kmemleak
-	cat /sys/kernel/debug/kmemleak > "$OUT/kmemleak.txt"
-	echo "kmemleak: $(grep -c '^unreferenced object' "$OUT/kmemleak.txt") suspected leak(s) in the whole kernel"
-	check kmemleak_nothing_of_ours \
-		sh -c "! grep -qE '\[(veyra|umac)\]|vy_[a-z_]+\+0x|^ +\[<[0-9a-f]+>\] 0x[0-9a-f]+$' '$OUT/kmemleak.txt'"
-fi
+[ -n "$CHECKS" ] && checks_end
 kill -INT "$TCPDUMP" 2>/dev/null
 wait "$TCPDUMP" 2>/dev/null
 cp "$RUN/ap-side.pcap" "$OUT/" 2>/dev/null

@@ -4,7 +4,7 @@
 #                     (default: .cache/kernel in the source tree)
 
 VM_DIR=$(cd "$(dirname "$0")" && pwd)
-SRC_ROOT=$(cd "$VM_DIR/../.." && pwd)
+SRC_ROOT=$(cd "$VM_DIR/.." && pwd)
 VY_KERNEL_CACHE=${VY_KERNEL_CACHE:-$SRC_ROOT/.cache/kernel}
 
 # The same release the modules are built for (scripts/kver.sh).

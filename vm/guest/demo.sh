@@ -8,15 +8,14 @@ S=$NET.1
 banner() { echo; echo "======== $* ========"; }
 
 banner "veyra demo: loading umac and veyra"
-klog_mark
-check hooktrace_ready hooktrace_start
-check load_modules load_veyra
+step hooktrace_ready hooktrace_start
+step load_modules load_veyra
 lsmod | grep -E '^(veyra|umac) '
 if have_devices; then
-	check device_nodes vy_nodes
+	step device_nodes vy_nodes
 	echo "/sys/veyra: summary major $(cat /sys/veyra/summary_dev_major_num), dump major $(cat /sys/veyra/dump_dev_major_num)"
 	ls -l /dev/vy_summary /dev/vy_dump
-	check debug_level_2 vy_cmd "debug_level 2"
+	step debug_level_2 vy_cmd "debug_level 2"
 else
 	echo "(no /sys/veyra yet: the diagnostics devices are not in this build)"
 fi
@@ -40,19 +39,19 @@ tail -n 0 -f "$OUT/bridge.log" | sed -u 's/^/[bridge] /' &
 watchers="$watchers $!"
 
 banner "access point $SSID on $AP_IF (bridge br0), hostapd events -> veyra-umac-bridge -> /proc/umac/control"
-check bridge_started bridge_start
+step bridge_started bridge_start
 
 banner "station alice associates, gets a lease and resolves names"
-check alice_associates sta_connect 1
-check alice_dhcp sta_dhcp 1 alice
+step alice_associates sta_connect 1
+step alice_dhcp sta_dhcp 1 alice
 echo "alice has $(sta_ip 1)"
 ip netns exec sta1 dig +time=3 +tries=2 +noall +answer @$S files.lan printer.lan
 ip netns exec sta1 dig +time=3 +tries=2 @$S nosuch.lan | grep -o 'status: [A-Z]*' | sed 's/^/nosuch.lan: /'
 sleep 2
 
 banner "station bob associates and gets a lease; its DNS server never answers"
-check bob_associates sta_connect 2
-check bob_dhcp sta_dhcp 2 bob
+step bob_associates sta_connect 2
+step bob_dhcp sta_dhcp 2 bob
 echo "bob has $(sta_ip 2)"
 ip netns exec sta2 dig +time=2 +tries=1 @$S intranet.slow.lan | grep -E 'timed out|status' | sed 's/^/intranet.slow.lan: /'
 M2=$(sta_mac 2)
@@ -83,18 +82,16 @@ fi
 have_devices && vy_cmd "force_listen 0"
 
 banner "the stations leave; the hooks come off"
-check alice_leaves sta_disconnect 1
-check bob_leaves sta_disconnect 2
-check hooks_off wait_for 30 hooks_are 0
+step alice_leaves sta_disconnect 1
+step bob_leaves sta_disconnect 2
+step hooks_off wait_for 30 hooks_are 0
 sleep 1
 echo "hook registrations traced: $(grep -c ' reg: (nf_register_net_hooks' "$TRACEFS/trace"), unregistrations: $(grep -c ' unreg: (nf_unregister_net_hooks' "$TRACEFS/trace")"
 
 banner "unloading"
 notes > "$OUT/notifications-demo.txt"
 bridge_stop
-check unload unload_all
-sleep 1
-check kernel_log_clean klog_clean
+step unload unload_all
 sleep 1
 kill $watchers 2>/dev/null
 true

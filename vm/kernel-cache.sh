@@ -2,7 +2,7 @@
 # Downloads the Debian kernel image package for KVER with `apt-get download` and
 # unpacks it into the cache folder (never into /boot), with its module index.
 # Prints the unpacked tree: <tree>/boot/vmlinuz-KVER and <tree>/lib/modules/KVER.
-# usage: tests/vm/kernel-cache.sh      (KVER and VY_KERNEL_CACHE as in env.sh)
+# usage: vm/kernel-cache.sh      (KVER and VY_KERNEL_CACHE as in env.sh)
 set -eu
 . "$(dirname "$0")/env.sh"
 vm_kver

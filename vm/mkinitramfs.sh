@@ -1,8 +1,8 @@
 #!/bin/sh
 # Builds the guest's initramfs: busybox, the modules that reach the host's root
 # filesystem (virtio PCI, 9p, overlayfs, in load order from the cached kernel's
-# modules.dep) and tests/vm/init as PID 1.
-# usage: tests/vm/mkinitramfs.sh KERNEL_TREE OUTPUT.cpio.gz
+# modules.dep) and vm/init as PID 1.
+# usage: vm/mkinitramfs.sh KERNEL_TREE OUTPUT.cpio.gz
 set -eu
 . "$(dirname "$0")/env.sh"
 vm_kver

@@ -36,10 +36,10 @@ printf 'round\tstate\tprotocol\tbits_per_second\n' > "$TSV"
 	fi
 } > "$OUT/bench-throughput.meta"
 
-check iperf3_present command -v iperf3
-check hooktrace_ready hooktrace_start
+step iperf3_present command -v iperf3
+step hooktrace_ready hooktrace_start
 ip netns exec lan iperf3 -s -D -p "$PORT" --pidfile "$RUN/iperf3.pid" -B "$SERVER" > /dev/null 2>&1
-check iperf3_server wait_for 10 sh -c "ip netns exec lan ss -ltn | grep -q ':$PORT '"
+step iperf3_server wait_for 10 sh -c "ip netns exec lan ss -ltn | grep -q ':$PORT '"
 # The bridge learns both ends before the first measurement.
 ip netns exec wired busybox ping -c 2 -W 2 "$SERVER" > /dev/null 2>&1
 
@@ -76,9 +76,9 @@ while [ "$r" -le "$ROUNDS" ]; do
 	0) order="hooked unloaded unhooked" ;;
 	esac
 	for s in $order; do
-		check "state_${s}_r$r" "state_$s"
+		step "state_${s}_r$r" "state_$s"
 		for p in tcp udp; do
-			check "throughput_${s}_${p}_r$r" measure "$r" "$s" "$p"
+			step "throughput_${s}_${p}_r$r" measure "$r" "$s" "$p"
 		done
 	done
 	r=$((r + 1))

@@ -1,9 +1,9 @@
-# Guest-side library of the VM suite (sourced by stage2.sh and every scenario).
+# Guest-side library of the VM (sourced by stage2.sh and every guest script):
+# the network, the access point, the stations, the modules and the event
+# bridge, and how a step of the run is reported.
 #
-# Checks print one line each and append it to $OUT/result:
-#   PASS name | FAIL name | XFAIL name (feature off) | XPASS name (feature off) | SKIP name: why
-# A failing check also prints the tail of what its command printed. The run's
-# verdict is the count of FAIL lines (stage2.sh writes "RESULT fails=N").
+# Steps print one line each and append it to $OUT/result: PASS name | FAIL name.
+# The run's verdict is the count of FAIL lines (stage2.sh writes "RESULT fails=N").
 #
 # Timeouts are loose and polled: the guest runs under software emulation on a
 # machine that may be busy. VY_SLOW multiplies every wait.
@@ -11,7 +11,7 @@
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin
 OUT=${OUT:-/mnt/out}
 RUN=/run/vy
-G=${VY_SRC:?}/tests/vm/guest
+G=${VY_SRC:?}/vm/guest
 BRIDGE=$VY_SRC/scripts/veyra-umac-bridge
 MKNODES=$VY_SRC/scripts/veyra-mknodes
 UMAC_CTL=/proc/umac/control
@@ -24,12 +24,13 @@ uptime_s() { cut -d' ' -f1 /proc/uptime; }
 say() { echo "[guest $(uptime_s)] $*"; }
 phase() { echo "PHASE $1 $(uptime_s)" >> "$OUT/timings"; say "== $1"; }
 
-# --- checks -------------------------------------------------------------------
+# --- steps ------------------------------------------------------------------------
 
 _record() { echo "$1" >> "$OUT/result"; echo "$1"; }
 
-# check NAME CMD...: PASS when CMD succeeds.
-check() {
+# step NAME CMD...: one step of the run, recorded as "PASS NAME" or "FAIL NAME"
+# (with the tail of what CMD printed); run.sh counts the FAIL lines.
+step() {
 	_n=$1; shift
 	if "$@" > "$RUN/check.out" 2>&1; then
 		_record "PASS $_n"
@@ -38,25 +39,6 @@ check() {
 		tail -n 15 "$RUN/check.out" | sed 's/^/    | /'
 	fi
 }
-
-# Features are parts of the module that land one after the other; a check of
-# a feature not yet enabled (tests/vm/features) runs, but only reports.
-# A check may need several: "sta+devices".
-feature_on() {
-	for _ff in $(echo "$1" | tr '+' ' '); do
-		case " $VY_FEATURES " in *" $_ff "*) ;; *) return 1 ;; esac
-	done
-}
-
-check_feature() {
-	_f=$1; shift
-	if feature_on "$_f"; then check "$@"; return; fi
-	_n=$1; shift
-	if "$@" > "$RUN/check.out" 2>&1; then _record "XPASS $_n (feature $_f off)"
-	else _record "XFAIL $_n (feature $_f off)"; fi
-}
-
-skip() { _record "SKIP $1: $2"; }
 
 # wait_for SECONDS CMD...: polls CMD every 0.2 s; the limit is scaled by VY_SLOW.
 wait_for() {
@@ -74,34 +56,6 @@ wait_for() {
 # as plain text. Lines are counted in the raw log that stage2 keeps streaming.
 klog_mark() { KLOG_MARK=$(wc -l < "$KMSG"); }
 klog_since() { tail -n +"$(( ${KLOG_MARK:-0} + 1 ))" "$KMSG" | sed 's/^<[0-9]*>\[ *[0-9.]*\] //'; }
-klog_has() { klog_since | grep -Eq "$1"; }
-klog_count() { klog_since | grep -Ec "$1"; }
-
-# Lines at warning level or worse (priority & 7 <= 4) since the mark, less the
-# expected notes on loading an unsigned out-of-tree module and the timing
-# complaints of a kernel running under software emulation on a busy host.
-KLOG_EXPECTED='loading out-of-tree module taints kernel|module verification failed: signature and/or required key missing'
-KLOG_EMULATION='hrtimer: interrupt took [0-9]+ ns|clocksource: .*(watchdog|skew|unstable)|tsc: Marking TSC unstable|sched: RT throttling activated|Unstable clock detected'
-klog_bad_lines() {
-	tail -n +"$(( ${KLOG_MARK:-0} + 1 ))" "$KMSG" |
-		awk '{ if (match($0, /^<[0-9]+>/)) { p = substr($0, 2, RLENGTH - 2) % 8; if (p <= 4) print } }' |
-		grep -Ev "$KLOG_EXPECTED|$KLOG_EMULATION" |
-		{ if [ -s "$RUN/klog-expected" ]; then grep -Evf "$RUN/klog-expected"; else cat; fi; } || true
-}
-# klog_expect ERE: a kernel log line a scenario provokes on purpose (an
-# operator's mistake, say); it no longer counts as a bad line in this run.
-klog_expect() { echo "$1" >> "$RUN/klog-expected"; }
-# Oops, BUG, WARN, lockups and netfilter complaints at any level, and what
-# a debug kernel's checkers (lockdep, KASAN, debug objects) report.
-klog_crash_lines() {
-	klog_since | grep -E 'BUG:|Oops|WARNING:|Call Trace|soft lockup|hard LOCKUP|hung_task|blocked for more than|unregistering hook|hook not found|general protection|kernel NULL pointer|list_add corruption|list_del corruption|refcount_t:|scheduling while atomic|sleeping function called|INFO: (trying to register|possible|lockdep)|turning off the locking correctness validator|KASAN|ODEBUG|UBSAN' || true
-}
-klog_clean() {
-	_bad=$(klog_bad_lines; klog_crash_lines)
-	[ -z "$_bad" ] && return 0
-	echo "$_bad" | head -n 20
-	return 1
-}
 
 # --- modules ---------------------------------------------------------------------
 
@@ -141,11 +95,8 @@ vy_dump_to() { # vy_dump_to PREFIX: saves both devices' text as PREFIX.{summary,
 }
 
 umac_event() { echo "$1 $2 $3" > "$UMAC_CTL"; }   # umac_event join|leave MAC VAP
-umac_counter() { awk -v k="$1" '$1 == k { print $2 }' "$UMAC_COUNTERS"; }
 notes_clear() { echo clear > "$UMAC_NOTES"; }
 notes() { cat "$UMAC_NOTES"; }
-# notes_count REGEX: how many recorded notifications match.
-notes_count() { grep -Ec "$1" "$UMAC_NOTES" || true; }
 
 # --- hook registrations, counted by kprobes ------------------------------------------
 
@@ -284,8 +235,6 @@ bridge_stop() {
 	rm -f "$RUN/bridge.pid"
 }
 
-sta_ns() { echo "sta$1"; }
-sta_if() { echo "wlan$1"; }
 sta_mac() { ip netns exec "sta$1" cat "/sys/class/net/wlan$1/address"; }
 _wpa() { ip netns exec "sta$1" wpa_cli -p "$RUN/wpa$1" -i "wlan$1" "$2"; }
 sta_state_is() { _wpa "$1" status | grep -q "^wpa_state=$2$"; }
