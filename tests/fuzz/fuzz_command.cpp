@@ -55,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 		}
 		vy_host::File *f = file.open((ctl & 1) ? VY_CHRDEV_DUMP : VY_CHRDEV_SUMMARY);
 		if (!f)
-			fz::fail("open of a free device failed");
+			FZ_FAIL("open of a free device failed");
 		if (ctl & 0x10)
 			vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER);
 		long n = vy_host::write(f, reinterpret_cast<const char *>(line.data()),
@@ -64,18 +64,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 			      : (ctl & 0x10) ? -VY_EFAULT
 					     : (long)line.size();
 		if (n != expect)
-			fz::fail("write of %zu bytes gave %ld, not %ld", line.size(), n, expect);
+			FZ_FAIL("write of %zu bytes gave %ld, not %ld", line.size(), n, expect);
 		/* A refused copy is not consumed by a write that reads nothing. */
 		vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER, 0);
 		vy_host::settle();
 		fz::check_table();
 		fz::check_listening();
 		if (rsize && !fz::read_all(f, rsize))
-			fz::fail("the read never ends");
+			FZ_FAIL("the read never ends");
 		if (!(ctl & 8))
 			file.close();
 		if (vy_debug_level() < 0 || vy_debug_level() > 4)
-			fz::fail("debug_level %d", vy_debug_level());
+			FZ_FAIL("debug_level %d", vy_debug_level());
 	}
 	file.close();
 	fz::check_table();

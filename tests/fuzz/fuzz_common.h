@@ -10,7 +10,6 @@
 #ifndef VY_FUZZ_COMMON_H
 #define VY_FUZZ_COMMON_H
 
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -28,26 +27,17 @@ namespace fz {
 
 using Bytes = std::vector<std::uint8_t>;
 
-[[noreturn]] __attribute__((format(printf, 1, 2))) inline void
-fail(const char *fmt, ...)
-{
-	va_list ap;
-
-	va_start(ap, fmt);
-	std::fprintf(stderr, "fuzz invariant broken: ");
-	std::vfprintf(stderr, fmt, ap);
-	std::fprintf(stderr, "\n");
-	va_end(ap);
-	std::abort();
-}
+#define FZ_FAIL(fmt, ...) \
+	(std::fprintf(stderr, "fuzz invariant broken: " fmt "\n", ##__VA_ARGS__), std::abort())
 
 /* The fuzzer's bytes, consumed from the front; reads past the end give
  * zeros so that a short input is still a valid program. What take()
  * returns is a heap block of exactly its size (a vector built from a range
  * allocates no more), so AddressSanitizer stops at the first byte read
  * past it. */
-class Input {
-public:
+struct Input {
+	const std::uint8_t *p_, *end_;
+
 	Input(const std::uint8_t *p, size_t n) : p_(p), end_(p + n) {}
 
 	bool empty() const { return p_ >= end_; }
@@ -64,10 +54,6 @@ public:
 		p_ += n;
 		return Bytes(p_ - n, p_);
 	}
-
-private:
-	const std::uint8_t *p_;
-	const std::uint8_t *end_;
 };
 
 /* The stations the targets use: the first is the one the seed corpora's
@@ -89,7 +75,7 @@ inline const std::uint8_t *station_mac(unsigned i)
 inline void check_table()
 {
 	if (int held = vy_host::locks_held())
-		fail("%d lock(s) held between operations", held);
+		FZ_FAIL("%d lock(s) held between operations", held);
 	{
 		vy_write_guard g(&vy_sta_table.sta_lock);
 		long sum = 0, n = 0;
@@ -98,15 +84,15 @@ inline void check_table()
 			for (vy_hlist_node *p = h.first; p; p = p->next, n++) {
 				int l = vy_container_of(p, sta, hlist)->listeners;
 				if (l > 2)
-					fail("station holds %d listeners", l);
+					FZ_FAIL("station holds %d listeners", l);
 				sum += l;
 			}
 		if (sum != vy_read_listeners() || n != vy_sta_table.sta_count)
-			fail("vy_listeners %d, sta_count %d, but %ld entries hold %ld",
+			FZ_FAIL("vy_listeners %d, sta_count %d, but %ld entries hold %ld",
 			     vy_read_listeners(), vy_sta_table.sta_count, n, sum);
 	}
 	if (vy_host::locks_held())
-		fail("lock left held by the invariant walk");
+		FZ_FAIL("lock left held by the invariant walk");
 }
 
 /*
@@ -123,9 +109,9 @@ inline void check_listening(bool hook_failed = false)
 	bool hooks = vy_host::hooks_registered();
 
 	if ((listening && !timer) || (hooks && !timer))
-		fail("timer stopped while listening %d or hooked %d", listening, hooks);
+		FZ_FAIL("timer stopped while listening %d or hooked %d", listening, hooks);
 	if (listening && !hooks && !hook_failed)
-		fail("no hooks while listening");
+		FZ_FAIL("no hooks while listening");
 }
 
 /* The bridge of the seed frames. A port by number, in the kinds the
@@ -172,20 +158,20 @@ inline Ports load(unsigned fails = 0)
 inline void unload()
 {
 	if (int n = vy_host::open_files())
-		fail("%d device file(s) left open", n);
+		FZ_FAIL("%d device file(s) left open", n);
 	veyra_exit();
 	if (long n = vy_host::live_allocations())
-		fail("%ld allocation(s) live after veyra_exit", n);
+		FZ_FAIL("%ld allocation(s) live after veyra_exit", n);
 	if (vy_host::hooks_registered() || vy_host::locks_held() ||
 	    vy_plat_timer_pending(&vy_sta_table.sta_timer) ||
 	    vy_host::umac_monitor_registered())
-		fail("hooks, lock, timer or station-event monitor left after veyra_exit");
+		FZ_FAIL("hooks, lock, timer or station-event monitor left after veyra_exit");
 	if (vy_host::chrdev_major(VY_CHRDEV_DUMP) ||
 	    vy_host::chrdev_major(VY_CHRDEV_SUMMARY) || vy_host::kobject_present())
-		fail("devices or sysfs left after veyra_exit");
+		FZ_FAIL("devices or sysfs left after veyra_exit");
 	for (const std::string &l : vy_host::log_lines(VY_LOG_ERR))
 		if (l.find("negative value") != std::string::npos)
-			fail("error line: %s", l.c_str());
+			FZ_FAIL("error line: %s", l.c_str());
 }
 
 /* The device file a target holds: one open at a time across both devices,
@@ -208,14 +194,14 @@ struct DevFile {
 		int err = 0;
 
 		if (f && (vy_host::open(want, &err) || err != -VY_EBUSY))
-			fail("a second open gave %d", err);
+			FZ_FAIL("a second open gave %d", err);
 		if (f && id == want)
 			return f;
 		close();
 		f = vy_host::open(want, &err);
 		id = want;
 		if (!f && err != -VY_ENOMEM && err != -19 /* ENODEV */)
-			fail("open of a free device gave %d", err);
+			FZ_FAIL("open of a free device gave %d", err);
 		return f;
 	}
 };
@@ -235,7 +221,7 @@ inline bool read_all(vy_host::File *f, size_t size)
 		long n = vy_host::read(f, buf.data(), size);
 
 		if (n < 0 || (size_t)n > size)
-			fail("read of %zu bytes returned %ld", size, n);
+			FZ_FAIL("read of %zu bytes returned %ld", size, n);
 		if (n == 0)
 			return true;
 	}
@@ -245,13 +231,11 @@ inline bool read_all(vy_host::File *f, size_t size)
 /* A full dump through /dev/vy_dump: formats every station and domain. */
 inline void dump_everything()
 {
-	int err = 0;
-	vy_host::File *f = vy_host::open(VY_CHRDEV_DUMP, &err);
+	DevFile d;
 
-	if (f && !read_all(f, 4096))
-		fail("the dump never ends");
-	if (f)
-		vy_host::release(f);
+	if (d.open(VY_CHRDEV_DUMP) && !read_all(d.f, 4096))
+		FZ_FAIL("the dump never ends");
+	d.close();
 }
 
 } // namespace fz

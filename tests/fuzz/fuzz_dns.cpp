@@ -30,7 +30,7 @@ void parse(const fz::Bytes &m, const std::uint8_t *mac, std::uint8_t dir)
 	static const pkt_info info = {17, 0, 0, {192, 168, 1, 23}, {192, 168, 1, 1}};
 	s32 r = vy_parse_dns(mac, &info, m.data(), (u32)m.size(), dir);
 	if (r != (m.size() <= 12 ? -1 : 0))
-		fz::fail("vy_parse_dns(%zu bytes) gave %d", m.size(), r);
+		FZ_FAIL("vy_parse_dns(%zu bytes) gave %d", m.size(), r);
 }
 
 } // namespace

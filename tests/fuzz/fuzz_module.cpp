@@ -60,7 +60,7 @@ void command(State &s, fz::Input &in)
 	long r = vy_host::write(f, reinterpret_cast<const char *>(line.data()), line.size());
 	long expect = (line.empty() || line.size() > VY_CMD_MAX) ? 0 : (long)line.size();
 	if (r != expect && r != -VY_EFAULT)
-		fz::fail("write of %zu bytes gave %ld", line.size(), r);
+		FZ_FAIL("write of %zu bytes gave %ld", line.size(), r);
 	if (temporary)
 		s.file.close();
 }
@@ -78,7 +78,7 @@ void read_op(State &s, fz::Input &in)
 	std::vector<char> buf(size ? size : 1);
 	long n = vy_host::read(f, buf.data(), size);
 	if (n < 0 || (std::size_t)n > size)
-		fz::fail("read of %zu bytes gave %ld", size, n);
+		FZ_FAIL("read of %zu bytes gave %ld", size, n);
 	vy_host::fail_at(vy_host::FAIL_COPY_TO_USER, 0);
 	if (how & 4)
 		s.file.close();

@@ -55,13 +55,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 		bool passed = (ctl & 1) ? vy_host::pass_post_routing(skb, dev)
 					: vy_host::pass_pre_routing(skb, dev);
 		if (!passed)
-			fz::fail("hooks gone while force_listen is on");
+			FZ_FAIL("hooks gone while force_listen is on");
 		if (ctl & 2) {
 			pkt_hdrs hdrs;
 			pkt_info info;
 			s32 r = vy_parse_skb(&skb, &hdrs, &info, (ctl >> 2) & 1);
 			if (r != 0 && r != 1)
-				fz::fail("vy_parse_skb gave %d", r);
+				FZ_FAIL("vy_parse_skb gave %d", r);
 		}
 		dump |= (ctl & 0x80) != 0;
 		fz::check_table();
