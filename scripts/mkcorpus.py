@@ -253,9 +253,10 @@ def advance(j):
     return bytes([4]) + struct.pack("!H", j if j < 700 else 0x8000 | (j // 2))
 
 
-def command(line, dump=False, newline=False):
+def command(line, dump=False, keep=False):
+    """A command line; the file it opens is closed after it unless kept."""
     line = line.encode("latin-1")
-    return bytes([5, 0x80 if dump else 0, len(line) | (0x80 if newline else 0)]) + line
+    return bytes([5, (1 if dump else 0) | (0 if keep else 2), len(line)]) + line
 
 
 def read(how, size):
@@ -405,10 +406,11 @@ def corpus_module(caps):
         "events": event(2, 0) + event(-1, 1) + join(0) + event(1, 0 | 4) + leave(0),
         "vap-mismatch": join(0) + leave(4) + SETTLE + leave(0),
         "reload-failures": reload(0xff) + join(0) + read(0, 4096) + reload(0x81) + read(1, 4096),
-        "copy-failures": join(0) + read(1 | 2, 4096) + read(1, 4096) + CLOSE,
+        "copy-failures": (join(0) + read(1 | 4, 4096) + read(1, 4096) + CLOSE
+                          + bytes([5, 4 | 2, 7]) + b"del all"),
         "open-both": read(0, 4096) + read(1, 4096) + command("force_listen 1", True) + CLOSE,
-        "raw-command": (command("force_listen 1", newline=True) + SETTLE
-                        + command("del all", True, True)),
+        "kept-open": (command("force_listen 1\n", keep=True) + SETTLE
+                      + command("del all\n", True, True) + read(1, 400) + CLOSE),
         "short-linear": join(0) + tmpl("query", 0, 2, 40) + tmpl("answer-a", 0, 3, 60),
         "debug-4": debug(4) + join(0) + tmpl("discover", 0, 0) + tmpl("offer", 0, 7) + SETTLE,
     }

@@ -206,6 +206,21 @@ struct DevFile {
 	}
 };
 
+/* A command line: the count comes back for 1 to VY_CMD_MAX bytes, 0 for
+ * none or more, -EFAULT when the copy from the writer fails. */
+inline void write_line(vy_host::File *f, const Bytes &line, bool copy_fails)
+{
+	if (copy_fails)
+		vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER);
+	long n = vy_host::write(f, reinterpret_cast<const char *>(line.data()), line.size());
+	long expect = (line.empty() || line.size() > VY_CMD_MAX) ? 0
+		      : copy_fails ? -VY_EFAULT : (long)line.size();
+	/* A refused copy is not consumed by a write that reads nothing. */
+	vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER, 0);
+	if (n != expect)
+		FZ_FAIL("write of %zu bytes gave %ld, not %ld", line.size(), n, expect);
+}
+
 inline void set_debug_level(unsigned v)
 {
 	vy_write_once(debug_level, (s32)(v > 4 ? 4 : v));

@@ -18,10 +18,10 @@
  *                      linear length (2; 0xffff: all), length (2), frame
  *   4 time             2 bytes: below 0x8000 that many jiffies modulo
  *                      700, else twice the low 15 bits (about 10 minutes)
- *   5 command          device (bit 7: dump), length (0-127; bit 7 adds a
- *                      newline), the line; written whole
- *   6 read             bit 0: dump; bit 1: the copy to the reader fails;
- *                      bit 2: closed afterwards; size (2) modulo 5000
+ *   5 command, 6 read  how: bit 0 the dump device, bit 1 closed
+ *                      afterwards, bit 2 the copy from or to the user
+ *                      fails; then for a command its length (1) and
+ *                      line, for a read its size (2) modulo 5000
  *   7 close
  *   8 allocations fail bit 7: after (bits 3-6) more succeed; then 1 + bits
  *                      0-1 of them fail
@@ -37,51 +37,28 @@ namespace {
 
 const char *const kVaps[] = {"wlan0", "wlan1", "wlan0.10", ""};
 
-struct State {
-	fz::Ports ports;
-	fz::DevFile file;
-	/* A hook registration failure leaves the work listening unhooked
-	 * until it hooks again: the hooks check is off from then on. */
-	bool hook_failure = false;
-};
-
-void command(State &s, fz::Input &in)
-{
-	std::uint8_t dev = in.u8(), len = in.u8();
-	fz::Bytes line = in.take(len & 0x7f);
-
-	if (len & 0x80)
-		line.push_back('\n');
-	bool temporary = !s.file.f;
-	vy_host::File *f = s.file.open(dev & 0x80 ? VY_CHRDEV_DUMP : VY_CHRDEV_SUMMARY);
-	if (!f)
-		return;
-	line.shrink_to_fit();
-	long r = vy_host::write(f, reinterpret_cast<const char *>(line.data()), line.size());
-	long expect = (line.empty() || line.size() > VY_CMD_MAX) ? 0 : (long)line.size();
-	if (r != expect && r != -VY_EFAULT)
-		FZ_FAIL("write of %zu bytes gave %ld", line.size(), r);
-	if (temporary)
-		s.file.close();
-}
-
-void read_op(State &s, fz::Input &in)
+/* A command line written to, or a read of, either device, through the
+ * file already open or a new one. */
+void device_op(fz::DevFile &file, fz::Input &in, bool write)
 {
 	std::uint8_t how = in.u8();
-	std::size_t size = in.u16() % 5000;
-	vy_host::File *f = s.file.open(how & 1);
+	fz::Bytes line = in.take(write ? in.u8() : 0);
+	std::size_t size = write ? 0 : in.u16() % 5000;
+	vy_host::File *f = file.open(how & 1);
 
-	if (!f)
-		return;
+	if (f && write) {
+		fz::write_line(f, line, how & 4);
+	} else if (f) {
+		if (how & 4)
+			vy_host::fail_at(vy_host::FAIL_COPY_TO_USER);
+		std::vector<char> buf(size ? size : 1);
+		long n = vy_host::read(f, buf.data(), size);
+		vy_host::fail_at(vy_host::FAIL_COPY_TO_USER, 0);
+		if (n < 0 || (std::size_t)n > size)
+			FZ_FAIL("read of %zu bytes gave %ld", size, n);
+	}
 	if (how & 2)
-		vy_host::fail_at(vy_host::FAIL_COPY_TO_USER);
-	std::vector<char> buf(size ? size : 1);
-	long n = vy_host::read(f, buf.data(), size);
-	if (n < 0 || (std::size_t)n > size)
-		FZ_FAIL("read of %zu bytes gave %ld", size, n);
-	vy_host::fail_at(vy_host::FAIL_COPY_TO_USER, 0);
-	if (how & 4)
-		s.file.close();
+		file.close();
 }
 
 } // namespace
@@ -89,9 +66,12 @@ void read_op(State &s, fz::Input &in)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 {
 	fz::Input in(data, size);
-	State s;
+	fz::Ports ports = fz::load();
+	fz::DevFile file;
+	/* A hook registration failure leaves the work listening unhooked
+	 * until it hooks again: the hooks check is off from then on. */
+	bool hook_failure = false;
 
-	s.ports = fz::load();
 	for (int ops = 0; ops < 256 && !in.empty(); ops++) {
 		std::uint8_t op = in.u8() % 13;
 		bool settled = false;
@@ -110,7 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 			std::uint16_t linear = in.u16();
 			vy_skb skb = vy_host::make_skb(in.take(in.u16()),
 						       linear == 0xffff ? SIZE_MAX : linear);
-			vy_dev *dev = s.ports.pick(how >> 1);
+			vy_dev *dev = ports.pick(how >> 1);
 			if (how & 1)
 				vy_host::pass_post_routing(skb, dev);
 			else
@@ -124,13 +104,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 			break;
 		}
 		case 5:
-			command(s, in);
-			break;
 		case 6:
-			read_op(s, in);
+			device_op(file, in, op == 5);
 			break;
 		case 7:
-			s.file.close();
+			file.close();
 			break;
 		case 8: {
 			std::uint8_t a = in.u8();
@@ -142,7 +120,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 		}
 		case 9:
 			vy_host::fail_next_hook_registration(-VY_ENOMEM);
-			s.hook_failure = true;
+			hook_failure = true;
 			break;
 		case 10:
 			vy_host::settle();
@@ -150,10 +128,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 			break;
 		case 11: {
 			std::uint8_t fails = in.u8();
-			s.file.close();
+			file.close();
 			fz::unload();
-			s.ports = fz::load(fails & 0x80 ? fails : 0);
-			s.hook_failure = false;
+			ports = fz::load(fails & 0x80 ? fails : 0);
+			hook_failure = false;
 			settled = true;
 			break;
 		}
@@ -163,13 +141,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 		}
 		fz::check_table();
 		if (settled)
-			fz::check_listening(s.hook_failure);
+			fz::check_listening(hook_failure);
 	}
 	vy_host::fail_next_allocations(0);
 	vy_host::settle();
 	fz::check_table();
-	fz::check_listening(s.hook_failure);
-	s.file.close();
+	fz::check_listening(hook_failure);
+	file.close();
 	fz::unload();
 	return 0;
 }
