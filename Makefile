@@ -25,8 +25,7 @@ host: $(BUILD)/CMakeCache.txt
 
 # The GoogleTest binaries run directly (their own summary is the record);
 # CTest runs everything else (scenario and script tests).
-VY_GTEST_BINARIES = $(BUILD)/tests/veyra_unit $(wildcard $(BUILD)/tests/*/veyra_*_tests) \
-	$(BUILD)/tools/veyra_sim_unit
+VY_GTEST_BINARIES = $(BUILD)/tests/veyra_unit $(wildcard $(BUILD)/tests/*/veyra_*_tests)
 
 check-host: host
 	@set -e; for t in $(VY_GTEST_BINARIES); do \

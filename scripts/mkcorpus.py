@@ -218,6 +218,9 @@ def cmd_rec(ctl, line):
 
 
 # fuzz_module operations
+MACS = [STA, "02:11:22:33:44:66", "aa:bb:cc:dd:ee:ff", "02:00:00:00:00:09"]  # fz::station_mac
+
+
 def join(a):
     return bytes([0, a])
 
@@ -230,41 +233,49 @@ def event(code, a):
     return bytes([2, code & 0xFF, a])
 
 
-def tmpl(post, kind, who, port=1, linear=0xFFFF):
-    return bytes([4 if post else 3, kind, who, port]) + struct.pack("!H", linear) + b"\0"
+def raw_frame(post, f, port=1, linear=0xFFFF):
+    return bytes([3, (port << 1) | post]) + struct.pack("!HH", linear, len(f)) + f
 
 
-def raw_frame(post, f, port=1):
-    n = (len(f) + 2) // 3
-    f = f + b"\0" * (3 * n - len(f))
-    return bytes([4 if post else 3, 9, 0, port]) + struct.pack("!H", 0xFFFF) + b"\0" + bytes([n]) + f
+# The exchanges of a station: (builder line, towards the station).
+EXCHANGE = {"discover": (DHCP, False), "offer": (DHCP, True), "request": (DHCP, False),
+            "ack": (DHCP, True), "nak": (DHCP, True), "query": (DNS, False),
+            "answer-a": (DNS, True), "answer-cname": (DNS, True), "nxdomain": (DNS, True)}
+
+
+def tmpl(key, sta=0, port=1, linear=0xFFFF):
+    """One message of a station's exchanges, for station MACS[sta]."""
+    table, to_sta = EXCHANGE[key]
+    return raw_frame(to_sta, frame(table[key].replace(STA, MACS[sta])), port, linear)
 
 
 def advance(j):
-    return bytes([5]) + struct.pack("!H", j if j < 700 else 0x8000 | (j // 2))
+    return bytes([4]) + struct.pack("!H", j if j < 700 else 0x8000 | (j // 2))
 
 
-def command(which, arg=0, raw=b""):
-    return bytes([6, which, arg]) + raw
+def command(line, dump=False, keep=False):
+    """A command line; the file it opens is closed after it unless kept."""
+    line = line.encode("latin-1")
+    return bytes([5, (1 if dump else 0) | (0 if keep else 2), len(line)]) + line
 
 
 def read(how, size):
-    return bytes([7, how]) + struct.pack("!H", size)
+    return bytes([6, how]) + struct.pack("!H", size)
 
 
-CLOSE, HOOKFAIL, SETTLE = bytes([8]), bytes([10]), bytes([11])
+CLOSE, HOOKFAIL, SETTLE = bytes([7]), bytes([9]), bytes([10])
 
 
 def allocfail(a):
-    return bytes([9, a])
+    return bytes([8, a])
 
 
 def reload(fails=0):
-    return bytes([12, fails])
+    return bytes([11, fails])
 
 
 def debug(level):
-    return bytes([13, level])
+    return bytes([12, level])
 
 # ---- the corpora --------------------------------------------------------
 
@@ -289,25 +300,6 @@ def corpus_dns(caps):
     for name, _, payload, is_dhcp in caps:
         if not is_dhcp:
             seeds["cap-" + name] = rec16(0x43 if payload[2] & 0x80 else 0x40, payload)
-    return seeds
-
-
-def corpus_dhcp(caps):
-    seeds = {}
-    p = {k: udp_payload(frame(v)) for k, v in DHCP.items()}
-    to_sta = {"offer", "ack", "nak", "ack-no-yiaddr"}
-    for k, m in p.items():
-        seeds[k] = rec16(0x40 | (1 if k in to_sta else 0), m)
-    seeds["exchange"] = b"".join(rec16(0x40 | d, p[k]) for k, d in
-                                 (("discover", 0), ("offer", 1), ("request", 0), ("ack", 1)))
-    seeds["exchange-timeout"] = rec16(0x40, p["discover"]) + rec16(0x44, p["request"])
-    seeds["renew-after-rejoin"] = (rec16(0x40, p["request"]) + rec16(0x41, p["ack"])
-                                   + rec16(0x48, p["discover"]) + rec16(0xc1, p["nak"]))
-    seeds["other-station"] = rec16(0x10, p["discover"][:28] + bytes(6) + p["discover"][34:])
-    seeds["short-239"] = rec16(0x40, p["discover"][:239])
-    for name, _, payload, is_dhcp in caps:
-        if is_dhcp:
-            seeds["cap-" + name] = rec16(0x42 | (1 if payload[0] == 2 else 0), payload)
     return seeds
 
 
@@ -348,7 +340,17 @@ def corpus_skb(caps):
     seeds["not-ip"] = skb_rec(0x40, 1, frame(
         "eth --src-mac %s --dst-mac ff:ff:ff:ff:ff:ff --ethertype 0x86dd --payload 6000" % STA))
     seeds["debug-summary"] = skb_rec(0x40, 1, query) + skb_rec(0xc1, 1, answer)
-    for name, f, payload, is_dhcp in caps[:6]:
+    # The DHCP parser is fuzzed through the frames: every odd message, the
+    # exchanges, and every DHCP message of the captures.
+    dhcp = {k: frame(v) for k, v in DHCP.items()}
+    to_sta = {"offer", "ack", "nak", "ack-no-yiaddr"}
+    for k, f in dhcp.items():
+        seeds["dhcp-" + k] = skb_rec(0x40 | (k in to_sta), 1, f)
+    seeds["dhcp-exchange"] = b"".join(skb_rec(0x40 | d, 1, dhcp[k]) for k, d in
+                                      (("discover", 0), ("offer", 1), ("request", 0), ("ack", 1)))
+    seeds["dhcp-renew-dump"] = (skb_rec(0x40, 2, dhcp["request"]) + skb_rec(0x41, 2, dhcp["ack"])
+                                + skb_rec(0xc1, 1, dhcp["nak"]))
+    for name, f, payload, is_dhcp in caps:
         to_sta = (payload[0] == 2) if is_dhcp else bool(payload[2] & 0x80)
         seeds["cap-" + name] = skb_rec(0x40 | (1 if to_sta else 0), 1, f)
     return seeds
@@ -385,40 +387,41 @@ def corpus_command(_caps):
 
 
 def corpus_module(caps):
-    onboarding = (join(0) + tmpl(False, 0, 0) + tmpl(True, 1, 0) + tmpl(False, 2, 0)
-                  + tmpl(True, 3, 0) + tmpl(False, 5, 0) + tmpl(True, 7, 0) + SETTLE)
+    onboarding = (join(0) + tmpl("discover") + tmpl("offer") + tmpl("request") + tmpl("ack")
+                  + tmpl("query") + tmpl("answer-cname") + SETTLE)
     seeds = {
         "onboarding": onboarding + read(1, 4096) + CLOSE + leave(0) + SETTLE,
-        "two-stations": (join(0) + join(1) + tmpl(False, 5, 1 | 4) + tmpl(True, 6, 1 | 4)
-                         + tmpl(False, 0, 0) + advance(1600) + advance(2000)
+        "two-stations": (join(0) + join(1) + tmpl("query", 1) + tmpl("answer-a", 1)
+                         + tmpl("discover") + advance(1600) + advance(2000)
                          + read(0, 400) + read(0, 400) + CLOSE),
-        "timeouts": join(0) + tmpl(False, 5, 0) + tmpl(False, 0, 0) + advance(3000) + advance(40000),
-        "nxdomain": join(2) + tmpl(False, 5, 2 | 8) + tmpl(True, 8, 2 | 8) + SETTLE,
-        "force-listen": (command(0) + SETTLE + join(3) + command(2, 3) + command(1)
-                         + SETTLE + command(4, 4) + read(1, 351)),
-        "del-all": join(0) + join(1) + command(3) + join(2) + SETTLE + reload(),
+        "timeouts": join(0) + tmpl("query") + tmpl("discover") + advance(3000) + advance(40000),
+        "nxdomain": join(2) + tmpl("query", 2) + tmpl("nxdomain", 2) + SETTLE,
+        "force-listen": (command("force_listen 1") + SETTLE + join(3)
+                         + command("del sta " + MACS[3]) + command("force_listen 0")
+                         + SETTLE + command("debug_level 4") + read(1, 351)),
+        "del-all": join(0) + join(1) + command("del all") + join(2) + SETTLE + reload(),
         "allocation-failures": (allocfail(1) + join(0) + allocfail(0x80 | (1 << 3)) + join(1)
-                                + tmpl(False, 5, 1) + allocfail(2) + read(1, 4096) + CLOSE),
+                                + tmpl("query", 1) + allocfail(2) + read(1, 4096) + CLOSE),
         "hook-failure": HOOKFAIL + join(0) + SETTLE + leave(0) + SETTLE + join(0) + SETTLE,
         "events": event(2, 0) + event(-1, 1) + join(0) + event(1, 0 | 4) + leave(0),
         "vap-mismatch": join(0) + leave(4) + SETTLE + leave(0),
         "reload-failures": reload(0xff) + join(0) + read(0, 4096) + reload(0x81) + read(1, 4096),
-        "copy-failures": join(0) + read(1 | 2, 4096) + read(1, 4096) + CLOSE,
-        "open-both": read(0, 4096) + read(1, 4096) + command(0x80) + CLOSE,
-        "raw-command": command(5, 14, b"force_listen 1") + SETTLE + command(6, 0x80 | 7, b"del all"),
-        "mutated-frame": join(0) + bytes([3, 5, 0, 1, 0xff, 0xff, 2, 0, 60, 0xc0, 0, 61, 0x0c]),
-        "short-linear": join(0) + tmpl(False, 5, 0, 2, 40) + tmpl(True, 6, 0, 3, 60),
-        "debug-4": debug(4) + join(0) + tmpl(False, 0, 0, 0) + tmpl(True, 1, 0, 7) + SETTLE,
+        "copy-failures": (join(0) + read(1 | 4, 4096) + read(1, 4096) + CLOSE
+                          + bytes([5, 4 | 2, 7]) + b"del all"),
+        "open-both": read(0, 4096) + read(1, 4096) + command("force_listen 1", True) + CLOSE,
+        "kept-open": (command("force_listen 1\n", keep=True) + SETTLE
+                      + command("del all\n", True, True) + read(1, 400) + CLOSE),
+        "short-linear": join(0) + tmpl("query", 0, 2, 40) + tmpl("answer-a", 0, 3, 60),
+        "debug-4": debug(4) + join(0) + tmpl("discover", 0, 0) + tmpl("offer", 0, 7) + SETTLE,
     }
     for name, f, payload, is_dhcp in caps[:4]:
         to_sta = (payload[0] == 2) if is_dhcp else bool(payload[2] & 0x80)
-        seeds["cap-" + name] = join(0) + raw_frame(to_sta, f[:255 * 3])
+        seeds["cap-" + name] = join(0) + raw_frame(to_sta, f)
     return seeds
 
 
 TARGETS = {
     "fuzz_dns": corpus_dns,
-    "fuzz_dhcp": corpus_dhcp,
     "fuzz_skb": corpus_skb,
     "fuzz_command": corpus_command,
     "fuzz_module": corpus_module,

@@ -33,9 +33,9 @@ void history(const std::uint8_t *mac)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 {
+	static const size_t kReads[] = {0, 400, 4096};
 	fz::Input in(data, size);
-	vy_host::File *f = nullptr;
-	int dev = -1;
+	fz::DevFile file;
 
 	fz::load();
 	for (unsigned i = 0; i < 3; i++)
@@ -46,63 +46,28 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 	for (int i = 0; i < 8 && in.left() >= 2; i++) {
 		std::uint8_t ctl = in.u8();
 		fz::Bytes line = in.take(in.u8());
-		size_t rsize = 0;
+		unsigned r = (ctl >> 1) & 3;
+		size_t rsize = r < 3 ? kReads[r] : 351 + in.u8() * 7u;
 
-		switch ((ctl >> 1) & 3) {
-		case 1: rsize = 400; break;
-		case 2: rsize = 4096; break;
-		case 3: rsize = 351 + in.u8() * 7u; break;
-		}
 		if (ctl & 0x20) {
 			vy_host::umac_event(0, fz::station_mac(3), "wlan0");
 			vy_add_sta_domain(fz::station_mac(3), "a.lan", 5, 0);
 		}
-
-		int want = (ctl & 1) ? VY_CHRDEV_DUMP : VY_CHRDEV_SUMMARY;
-		if (f && dev != want) {
-			int err = 0;
-			if (vy_host::open(want, &err) || err != -VY_EBUSY)
-				fz::fail("a second open gave %d", err);
-			vy_host::release(f);
-			f = nullptr;
-		}
-		if (!f) {
-			int err = 0;
-			f = vy_host::open(want, &err);
-			if (!f)
-				fz::fail("open of a free device gave %d", err);
-			dev = want;
-		}
-
-		if (ctl & 0x10)
-			vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER);
-		fz::Exact e(line);
-		long r = vy_host::write(f, reinterpret_cast<const char *>(e.data()),
-					line.size());
-		long expect = (line.empty() || line.size() > VY_CMD_MAX) ? 0
-			      : (ctl & 0x10) ? -VY_EFAULT
-					     : (long)line.size();
-		if (r != expect)
-			fz::fail("write of %zu bytes gave %ld, not %ld",
-				 line.size(), r, expect);
-		/* A refused copy is not consumed by a write that reads nothing. */
-		vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER, 0);
+		vy_host::File *f = file.open((ctl & 1) ? VY_CHRDEV_DUMP : VY_CHRDEV_SUMMARY);
+		if (!f)
+			FZ_FAIL("open of a free device failed");
+		fz::write_line(f, line, ctl & 0x10);
 		vy_host::settle();
 		fz::check_table();
-
+		fz::check_listening();
 		if (rsize && !fz::read_all(f, rsize))
-			fz::fail("the read never ends");
-		if (!(ctl & 8)) {
-			vy_host::release(f);
-			f = nullptr;
-		}
-		if (vy_read_force_listen() && !vy_host::hooks_registered())
-			fz::fail("force_listen on but no hooks");
+			FZ_FAIL("the read never ends");
+		if (!(ctl & 8))
+			file.close();
 		if (vy_debug_level() < 0 || vy_debug_level() > 4)
-			fz::fail("debug_level %d", vy_debug_level());
+			FZ_FAIL("debug_level %d", vy_debug_level());
 	}
-	if (f)
-		vy_host::release(f);
+	file.close();
 	fz::check_table();
 	fz::unload();
 	return 0;

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: GPL-2.0 */
 /*
- * Shared by the fuzz targets: reading the fuzzer's bytes, exact-size heap
- * copies, loading and unloading the module on a fresh host platform, and
- * the invariants that must hold between any two operations.
+ * Shared by the fuzz targets: reading the fuzzer's bytes, loading and
+ * unloading the module on a fresh host platform, and the invariants that
+ * must hold between any two operations and after the unload.
  *
  * Every check that fails aborts with a message, which libFuzzer records as
  * a crash together with the input that caused it.
@@ -10,7 +10,6 @@
 #ifndef VY_FUZZ_COMMON_H
 #define VY_FUZZ_COMMON_H
 
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -28,31 +27,22 @@ namespace fz {
 
 using Bytes = std::vector<std::uint8_t>;
 
-[[noreturn]] __attribute__((format(printf, 1, 2))) inline void
-fail(const char *fmt, ...)
-{
-	va_list ap;
-
-	va_start(ap, fmt);
-	std::fprintf(stderr, "fuzz invariant broken: ");
-	std::vfprintf(stderr, fmt, ap);
-	std::fprintf(stderr, "\n");
-	va_end(ap);
-	std::abort();
-}
+#define FZ_FAIL(fmt, ...) \
+	(std::fprintf(stderr, "fuzz invariant broken: " fmt "\n", ##__VA_ARGS__), std::abort())
 
 /* The fuzzer's bytes, consumed from the front; reads past the end give
- * zeros so that a short input is still a valid program. */
-class Input {
-public:
+ * zeros so that a short input is still a valid program. What take()
+ * returns is a heap block of exactly its size (a vector built from a range
+ * allocates no more), so AddressSanitizer stops at the first byte read
+ * past it. */
+struct Input {
+	const std::uint8_t *p_, *end_;
+
 	Input(const std::uint8_t *p, size_t n) : p_(p), end_(p + n) {}
 
 	bool empty() const { return p_ >= end_; }
 	size_t left() const { return (size_t)(end_ - p_); }
-	std::uint8_t u8()
-	{
-		return p_ < end_ ? *p_++ : 0;
-	}
+	std::uint8_t u8() { return p_ < end_ ? *p_++ : 0; }
 	std::uint16_t u16()
 	{
 		std::uint16_t hi = u8();
@@ -60,40 +50,10 @@ public:
 	}
 	Bytes take(size_t n)
 	{
-		if (n > left())
-			n = left();
-		Bytes b(p_, p_ + n);
+		n = n < left() ? n : left();
 		p_ += n;
-		return b;
+		return Bytes(p_ - n, p_);
 	}
-	Bytes rest() { return take(left()); }
-
-private:
-	const std::uint8_t *p_;
-	const std::uint8_t *end_;
-};
-
-/* A buffer in a heap block of exactly its size: AddressSanitizer stops at
- * the first byte read past it. */
-class Exact {
-public:
-	explicit Exact(const Bytes &b)
-		: n_(b.size()),
-		  p_(static_cast<std::uint8_t *>(std::malloc(b.size() ? b.size() : 1)))
-	{
-		if (n_)
-			std::memcpy(p_, b.data(), n_);
-	}
-	~Exact() { std::free(p_); }
-	Exact(const Exact &) = delete;
-	Exact &operator=(const Exact &) = delete;
-
-	std::uint8_t *data() const { return p_; }
-	u32 size() const { return (u32)n_; }
-
-private:
-	size_t n_;
-	std::uint8_t *p_;
 };
 
 /* The stations the targets use: the first is the one the seed corpora's
@@ -109,112 +69,156 @@ inline const std::uint8_t *station_mac(unsigned i)
 	return macs[i % 4];
 }
 
-/* ---- invariants --------------------------------------------------------- */
-
 /* vy_listeners is the sum of the entries' listeners, sta_count the number
  * of entries, no entry holds more than its two outcomes, and no lock is
  * held between operations. */
 inline void check_table()
 {
 	if (int held = vy_host::locks_held())
-		fail("%d lock(s) held between operations", held);
+		FZ_FAIL("%d lock(s) held between operations", held);
 	{
 		vy_write_guard g(&vy_sta_table.sta_lock);
 		long sum = 0, n = 0;
 
 		for (auto &h : vy_sta_table.sta_hlist)
-			for (vy_hlist_node *p = h.first; p; p = p->next) {
-				const sta *s = vy_container_of(p, sta, hlist);
-
-				if (s->listeners > 2)
-					fail("station holds %d listeners",
-					     s->listeners);
-				sum += s->listeners;
-				n++;
+			for (vy_hlist_node *p = h.first; p; p = p->next, n++) {
+				int l = vy_container_of(p, sta, hlist)->listeners;
+				if (l > 2)
+					FZ_FAIL("station holds %d listeners", l);
+				sum += l;
 			}
-		if (sum != vy_read_listeners())
-			fail("vy_listeners %d but the entries hold %ld",
-			     vy_read_listeners(), sum);
-		if (n != vy_sta_table.sta_count)
-			fail("sta_count %d but %ld entries",
-			     vy_sta_table.sta_count, n);
+		if (sum != vy_read_listeners() || n != vy_sta_table.sta_count)
+			FZ_FAIL("vy_listeners %d, sta_count %d, but %ld entries hold %ld",
+			     vy_read_listeners(), vy_sta_table.sta_count, n, sum);
 	}
 	if (vy_host::locks_held())
-		fail("lock left held by the invariant walk");
+		FZ_FAIL("lock left held by the invariant walk");
 }
 
-/* The module's own state never goes wrong, whatever the input: these
- * error lines would mean a broken count. */
-inline void check_log()
+/*
+ * After the hook work settles: whoever listens has the timer and (unless a
+ * hook registration failed) the hooks. The converse need not hold: a join
+ * while the work listens queues a second run, which hooks again after an
+ * unhook and sleeps hooked until the next raise, with nobody listening.
+ * The timer runs exactly while the work is hooked, though.
+ */
+inline void check_listening(bool hook_failed = false)
 {
-	for (const std::string &l : vy_host::log_lines(VY_LOG_ERR))
-		if (l.find("negative value") != std::string::npos)
-			fail("error line: %s", l.c_str());
+	bool listening = vy_read_listeners() != 0 || vy_read_force_listen();
+	bool timer = vy_plat_timer_pending(&vy_sta_table.sta_timer);
+	bool hooks = vy_host::hooks_registered();
+
+	if ((listening && !timer) || (hooks && !timer))
+		FZ_FAIL("timer stopped while listening %d or hooked %d", listening, hooks);
+	if (listening && !hooks && !hook_failed)
+		FZ_FAIL("no hooks while listening");
 }
 
-/* After the module is gone nothing of it may remain. */
-inline void check_unloaded()
+/* The bridge of the seed frames. A port by number, in the kinds the
+ * classification tells apart: wired, VAP, VLAN on the VAP, a VLAN on that,
+ * a third VLAN level, VLAN on wired, none, a VAP outside the bridge. */
+struct Ports {
+	vy_dev *dev[8] = {};
+	vy_dev *pick(unsigned k) const { return dev[k % 8]; }
+};
+
+/* A fresh platform and the module on it. fails: the registrations that
+ * fail during veyra_init, bits 0-4 the failure points of the devices and
+ * sysfs in their order, bit 5 the station-event monitor. */
+inline Ports load(unsigned fails = 0)
 {
+	static const std::uint8_t br_addr[6] = {0x02, 0, 0, 0, 0, 0xb0};
+	Ports p;
+	vy_dev **d = p.dev;
+
+	vy_host::reset();
+	debug_level = 1;
+	vy_dev *br = vy_host::bridge_create("br0", br_addr);
+	d[0] = vy_host::dev_create("eth0", false);
+	d[1] = vy_host::dev_create("wlan0", true);
+	d[2] = vy_host::vlan_create("wlan0.10", d[1]);
+	d[3] = vy_host::vlan_create("wlan0.10.20", d[2]);
+	d[4] = vy_host::vlan_create("wlan0.10.20.30", d[3]);
+	d[5] = vy_host::vlan_create("eth0.10", d[0]);
+	d[7] = vy_host::dev_create("wlan1", true);
+	for (int i = 0; i < 6; i++)
+		vy_host::dev_set_master(d[i], br);
+	for (int i = 0; i <= vy_host::FAIL_SYSFS_DUMP; i++)
+		if (fails & (1u << i))
+			vy_host::fail_at((vy_host::FailPoint)i);
+	if (fails & 32)
+		vy_host::umac_fail_next_register(-VY_ENOMEM);
+	veyra_init();
+	vy_host::settle();
+	return p;
+}
+
+/* After veyra_exit nothing of the module may remain; and its counts never
+ * went wrong, which these error lines would say. */
+inline void unload()
+{
+	if (int n = vy_host::open_files())
+		FZ_FAIL("%d device file(s) left open", n);
+	veyra_exit();
 	if (long n = vy_host::live_allocations())
-		fail("%ld allocation(s) live after veyra_exit", n);
-	if (vy_host::hooks_registered())
-		fail("bridge hooks registered after veyra_exit");
-	if (vy_plat_timer_pending(&vy_sta_table.sta_timer))
-		fail("timer pending after veyra_exit");
-	if (vy_host::locks_held())
-		fail("lock held after veyra_exit");
-	if (vy_host::umac_monitor_registered())
-		fail("station-event monitor registered after veyra_exit");
+		FZ_FAIL("%ld allocation(s) live after veyra_exit", n);
+	if (vy_host::hooks_registered() || vy_host::locks_held() ||
+	    vy_plat_timer_pending(&vy_sta_table.sta_timer) ||
+	    vy_host::umac_monitor_registered())
+		FZ_FAIL("hooks, lock, timer or station-event monitor left after veyra_exit");
 	if (vy_host::chrdev_major(VY_CHRDEV_DUMP) ||
 	    vy_host::chrdev_major(VY_CHRDEV_SUMMARY) || vy_host::kobject_present())
-		fail("devices or sysfs left after veyra_exit");
+		FZ_FAIL("devices or sysfs left after veyra_exit");
+	for (const std::string &l : vy_host::log_lines(VY_LOG_ERR))
+		if (l.find("negative value") != std::string::npos)
+			FZ_FAIL("error line: %s", l.c_str());
 }
 
-/* ---- the module --------------------------------------------------------- */
+/* The device file a target holds: one open at a time across both devices,
+ * a second open refused as busy. */
+struct DevFile {
+	vy_host::File *f = nullptr;
+	int id = -1;
 
-/* The bridge of the seed frames: a wired port, a VAP, VLANs over both. */
-struct Ports {
-	vy_dev *br, *eth0, *wlan0, *vlan1, *vlan2, *vlan3, *evlan, *wlan1;
-
-	void create()
+	void close()
 	{
-		static const std::uint8_t br_addr[6] = {0x02, 0, 0, 0, 0, 0xb0};
-
-		br = vy_host::bridge_create("br0", br_addr);
-		eth0 = vy_host::dev_create("eth0", false);
-		wlan0 = vy_host::dev_create("wlan0", true);
-		vlan1 = vy_host::vlan_create("wlan0.10", wlan0);
-		vlan2 = vy_host::vlan_create("wlan0.10.20", vlan1);
-		vlan3 = vy_host::vlan_create("wlan0.10.20.30", vlan2);
-		evlan = vy_host::vlan_create("eth0.10", eth0);
-		wlan1 = vy_host::dev_create("wlan1", true); /* no bridge */
-		for (vy_dev *d : {eth0, wlan0, vlan1, vlan2, vlan3, evlan})
-			vy_host::dev_set_master(d, br);
+		if (f)
+			vy_host::release(f);
+		f = nullptr;
 	}
 
-	/* A port by number: the kinds the classification tells apart. */
-	vy_dev *pick(unsigned k) const
+	/* The file on device want, opened now if need be; null when the
+	 * module could not open it (a failed allocation or registration). */
+	vy_host::File *open(int want)
 	{
-		vy_dev *all[8] = {eth0, wlan0, vlan1, vlan2, vlan3, evlan, nullptr, wlan1};
-		return all[k % 8];
+		int err = 0;
+
+		if (f && (vy_host::open(want, &err) || err != -VY_EBUSY))
+			FZ_FAIL("a second open gave %d", err);
+		if (f && id == want)
+			return f;
+		close();
+		f = vy_host::open(want, &err);
+		id = want;
+		if (!f && err != -VY_ENOMEM && err != -19 /* ENODEV */)
+			FZ_FAIL("open of a free device gave %d", err);
+		return f;
 	}
 };
 
-inline void load(Ports *ports = nullptr)
+/* A command line: the count comes back for 1 to VY_CMD_MAX bytes, 0 for
+ * none or more, -EFAULT when the copy from the writer fails. */
+inline void write_line(vy_host::File *f, const Bytes &line, bool copy_fails)
 {
-	vy_host::reset();
-	debug_level = 1;
-	if (ports)
-		ports->create();
-	veyra_init();
-	vy_host::settle();
-}
-
-inline void unload()
-{
-	veyra_exit();
-	check_unloaded();
-	check_log();
+	if (copy_fails)
+		vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER);
+	long n = vy_host::write(f, reinterpret_cast<const char *>(line.data()), line.size());
+	long expect = (line.empty() || line.size() > VY_CMD_MAX) ? 0
+		      : copy_fails ? -VY_EFAULT : (long)line.size();
+	/* A refused copy is not consumed by a write that reads nothing. */
+	vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER, 0);
+	if (n != expect)
+		FZ_FAIL("write of %zu bytes gave %ld, not %ld", line.size(), n, expect);
 }
 
 inline void set_debug_level(unsigned v)
@@ -232,7 +236,7 @@ inline bool read_all(vy_host::File *f, size_t size)
 		long n = vy_host::read(f, buf.data(), size);
 
 		if (n < 0 || (size_t)n > size)
-			fail("read of %zu bytes returned %ld", size, n);
+			FZ_FAIL("read of %zu bytes returned %ld", size, n);
 		if (n == 0)
 			return true;
 	}
@@ -242,14 +246,11 @@ inline bool read_all(vy_host::File *f, size_t size)
 /* A full dump through /dev/vy_dump: formats every station and domain. */
 inline void dump_everything()
 {
-	int err = 0;
-	vy_host::File *f = vy_host::open(VY_CHRDEV_DUMP, &err);
+	DevFile d;
 
-	if (!f)
-		return;
-	if (!read_all(f, 4096))
-		fail("the dump never ends");
-	vy_host::release(f);
+	if (d.open(VY_CHRDEV_DUMP) && !read_all(d.f, 4096))
+		FZ_FAIL("the dump never ends");
+	d.close();
 }
 
 } // namespace fz

@@ -2,7 +2,9 @@
 /*
  * The frame path: bridged frames through the two hooks (classification,
  * Ethernet/IPv4/UDP checks, both parsers, the station table), with a
- * random linear length and random kinds of ports.
+ * random linear length and random kinds of ports. Its seeds hold whole
+ * DHCP exchanges and every odd DHCP message, so this is also the DHCP
+ * parser's fuzz target.
  *
  * Input: up to eight records, each
  *   ctl (1)   bit 0: post-routing (out port) instead of pre-routing
@@ -25,17 +27,15 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 {
 	fz::Input in(data, size);
-	fz::Ports ports;
 	bool dump = false;
+	fz::Ports ports = fz::load();
 
-	fz::load(&ports);
 	vy_host::umac_event(0, fz::station_mac(0), "wlan0");
 	vy_host::umac_event(0, fz::station_mac(1), "wlan0.10");
 	/* Hooked for the whole input, whatever the frames settle. */
 	vy_write_force_listen(1);
 	vy_host::settle();
-	if (!vy_host::hooks_registered())
-		fz::fail("hooks not registered while listening");
+	fz::check_listening();
 
 	for (int i = 0; i < 8 && in.left() >= 6; i++) {
 		std::uint8_t ctl = in.u8();
@@ -55,13 +55,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 		bool passed = (ctl & 1) ? vy_host::pass_post_routing(skb, dev)
 					: vy_host::pass_pre_routing(skb, dev);
 		if (!passed)
-			fz::fail("hooks gone while force_listen is on");
+			FZ_FAIL("hooks gone while force_listen is on");
 		if (ctl & 2) {
 			pkt_hdrs hdrs;
 			pkt_info info;
 			s32 r = vy_parse_skb(&skb, &hdrs, &info, (ctl >> 2) & 1);
 			if (r != 0 && r != 1)
-				fz::fail("vy_parse_skb gave %d", r);
+				FZ_FAIL("vy_parse_skb gave %d", r);
 		}
 		dump |= (ctl & 0x80) != 0;
 		fz::check_table();
@@ -70,6 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 	if (dump)
 		fz::dump_everything();
 	fz::check_table();
+	fz::check_listening();
 	fz::unload();
 	return 0;
 }
