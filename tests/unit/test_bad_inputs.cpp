@@ -82,20 +82,6 @@ bool has_sta(const u8 *mac)
 	return _vy_find_sta(mac) != nullptr;
 }
 
-/* The entry of a station, copied under the lock (its domain table is not
- * part of the copy). */
-sta entry_of(const u8 *mac)
-{
-	sta copy{};
-	vy_read_guard g(&vy_sta_table.sta_lock);
-	const sta *e = _vy_find_sta(mac);
-	EXPECT_NE(e, nullptr);
-	if (e)
-		std::memcpy(&copy, e, sizeof(copy));
-	copy.domain_hlist = domain_hlist{};
-	return copy;
-}
-
 /* A domain entry's fields, or nothing when the name is not in the table. */
 struct Domain {
 	bool present = false;
@@ -238,27 +224,6 @@ TEST_F(BadInput, CommandLinesOfEveryLengthChangeNothing)
 				ASSERT_TRUE(state_now() == before);
 			}
 		}
-	}
-}
-
-/* Words that are no command, or a command cut short or misspelt. */
-TEST_F(BadInput, UnknownCommandsPrintTheHelpAndChangeNothing)
-{
-	const char *const lines[] = {
-		"add sta 02:11:22:33:44:55", "list", "show all", "force 1",
-		"force_lis 1", "debug 4", "debug_leve 4", "de all", "DEL ALL",
-		"Force_listen 1", "del", "force_listen", "debug_level",
-		"\x01\x02\x03", "\xff\xfe del all", "del\x01" "all", "0 del all",
-	};
-	const State before = state_now();
-
-	for (const char *l : lines) {
-		SCOPED_TRACE(std::string("line \"") + l + "\"");
-		vy_host::take_events();
-		EXPECT_EQ(write_line(l), (long)std::strlen(l));
-		EXPECT_EQ(count_lines(VY_LOG_DEFAULT), 4);
-		vy_host::settle();
-		EXPECT_TRUE(state_now() == before);
 	}
 }
 

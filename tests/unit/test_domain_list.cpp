@@ -91,22 +91,6 @@ protected:
 	domain_hlist t;
 };
 
-TEST_F(DomainList, NewEntryIsPendingInItsBucket)
-{
-	domain_entry *e = query("www.example.com");
-
-	ASSERT_NE(e, nullptr);
-	EXPECT_STREQ(e->domain, "www.example.com");
-	EXPECT_EQ(e->query_time, 1000u);
-	EXPECT_EQ(e->last_update, 1000u);
-	EXPECT_EQ(e->is_cname, 0);
-	EXPECT_EQ(e->cname_list.next, &e->cname_list);
-	EXPECT_EQ(t.heads[vy_domain_bucket("www.example.com", 15)].first,
-		  &e->hlist);
-	EXPECT_EQ(t.count, 1u);
-	EXPECT_EQ(vy_is_domain_hlist_empty(&t), 0);
-}
-
 TEST_F(DomainList, RootAndEmptyNamesAreRefused)
 {
 	const char nul_first[] = "\0abc";
@@ -118,93 +102,6 @@ TEST_F(DomainList, RootAndEmptyNamesAreRefused)
 	EXPECT_EQ(_vy_find_domain(&t, "abc", 0), nullptr);
 	EXPECT_EQ(vy_is_domain_hlist_empty(&t), 1);
 	EXPECT_EQ(vy_host::total_allocations(), 0);
-}
-
-TEST_F(DomainList, LookupNeedsTheExactLength)
-{
-	// A prefix in the same bucket, so only the length check tells them apart.
-	ASSERT_EQ(vy_domain_bucket("www.example.co", 14),
-		  vy_domain_bucket("www.example.c", 13));
-	domain_entry *longer = query("www.example.co");
-
-	ASSERT_NE(longer, nullptr);
-	EXPECT_EQ(find("www.example.c"), nullptr);
-	EXPECT_EQ(find("www.example.com"), nullptr);
-	EXPECT_EQ(find("www.example.co"), longer);
-	// The parser's buffer goes on after the name: only len bytes count.
-	EXPECT_EQ(_vy_find_domain(&t, "www.example.com", 14), longer);
-
-	domain_entry *shorter = query("www.example.c");
-
-	ASSERT_NE(shorter, nullptr);
-	EXPECT_NE(shorter, longer);
-	EXPECT_EQ(find("www.example.c"), shorter);
-	EXPECT_EQ(find("www.example.co"), longer);
-}
-
-TEST_F(DomainList, OverlongNameIsClampedToTheField)
-{
-	std::string big(200, 'a');
-
-	domain_entry *e = vy_add_domain_entry(&t, big.data(), 200, 0);
-	ASSERT_NE(e, nullptr);
-	EXPECT_EQ(std::strlen(e->domain), VY_DOMAIN_NAME_SIZE - 1u);
-	EXPECT_EQ(_vy_find_domain(&t, big.data(), 200), e);
-	EXPECT_EQ(vy_add_domain_entry(&t, big.data(), 200, 0), e);
-	EXPECT_EQ(t.count, 1u);
-
-	// Names differing only past the field are one entry, never linked to
-	// itself.
-	std::string other = big;
-	other[150] = 'b';
-	EXPECT_EQ(vy_add_domain_cname(&t, big.data(), 200, other.data(), 200),
-		  nullptr);
-	EXPECT_EQ(e->cname_list.next, &e->cname_list);
-	EXPECT_EQ(e->cname_list.prev, &e->cname_list);
-}
-
-TEST_F(DomainList, RepeatedQueryKeepsFirstQueryTime)
-{
-	query("a.example");
-	vy_host::advance_to(1010);
-	domain_entry *e = query("a.example");
-
-	EXPECT_EQ(e->query_time, 1000u);
-	EXPECT_EQ(e->last_update, 1010u);
-	vy_host::advance_to(1030);
-	answer("a.example", ip4(192, 0, 2, 1));
-	EXPECT_EQ(e->latency, vy_plat_jiffies_to_msecs(30));
-	EXPECT_EQ(e->first_latency, vy_plat_jiffies_to_msecs(30));
-	EXPECT_EQ(e->query_time, 0u);
-	EXPECT_EQ(e->last_update, 1030u);
-}
-
-TEST_F(DomainList, RequeryOfAnsweredNameClearsOutcomeKeepsAddresses)
-{
-	domain_entry *e = vy_add_domain_entry(&t, "b.example", 9, 1);
-	vy_host::advance_to(1020);
-	answer("b.example", ip4(192, 0, 2, 7));
-	e->timed_out = 1;
-	e->rcode = 2;
-	ASSERT_NE(e->latency, 0u);
-
-	// A CNAME re-add leaves the flag; only a query clears it.
-	vy_host::advance_to(1040);
-	EXPECT_EQ(vy_add_domain_entry(&t, "b.example", 9, 1), e);
-	EXPECT_EQ(e->is_cname, 1);
-	vy_host::advance_to(1050);
-	EXPECT_EQ(query("b.example"), e);
-	EXPECT_EQ(e->is_cname, 0);
-	EXPECT_EQ(e->latency, 0u);
-	EXPECT_EQ(e->first_latency, 0u);
-	EXPECT_EQ(e->timed_out, 0);
-	EXPECT_EQ(e->rcode, 0);
-	EXPECT_EQ(e->query_time, 1040u);
-	EXPECT_EQ(e->ip_num, 1);
-	EXPECT_EQ(e->ips[0], ip4(192, 0, 2, 7));
-	// A queried name stays queried when re-added as a CNAME target.
-	vy_add_domain_entry(&t, "b.example", 9, 1);
-	EXPECT_EQ(e->is_cname, 0);
 }
 
 TEST_F(DomainList, SixAddressesRotateThroughFourSlots)
@@ -250,51 +147,6 @@ TEST_F(DomainList, SixAddressesRotateThroughFourSlots)
 	EXPECT_EQ(e->ips[2], ip4(10, 0, 0, 3));
 	EXPECT_EQ(e->ip_replace_idx, 2);
 	EXPECT_EQ(vy_host::log_lines(VY_LOG_DEBUG).size(), 2u);
-}
-
-TEST_F(DomainList, CnameAnswerReachesWholeCircle)
-{
-	query("www.example.com");
-	vy_host::advance_to(1020);
-	domain_entry *w = alias("www.example.com", "edge.cdn.net");
-	domain_entry *cdn = find("edge.cdn.net");
-
-	ASSERT_NE(w, nullptr);
-	ASSERT_NE(cdn, nullptr);
-	EXPECT_EQ(w->first_latency, vy_plat_jiffies_to_msecs(20));
-	EXPECT_EQ(w->query_time, 1000u); // still waiting for an address
-	EXPECT_EQ(cdn->is_cname, 1);
-	EXPECT_EQ(cdn->query_time, 1020u);
-
-	// A target that has an alias of its own brings it into the circle.
-	alias("edge.cdn.net", "node7.cdn.net");
-	vy_host::advance_to(1025);
-	answer("node7.cdn.net", ip4(203, 0, 113, 9));
-	for (const char *n : {"www.example.com", "edge.cdn.net", "node7.cdn.net"}) {
-		domain_entry *e = find(n);
-		ASSERT_NE(e, nullptr) << n;
-		EXPECT_EQ(e->ip_num, 1) << n;
-		EXPECT_EQ(e->ips[0], ip4(203, 0, 113, 9)) << n;
-		EXPECT_EQ(e->query_time, 0u) << n;
-	}
-	EXPECT_EQ(w->latency, vy_plat_jiffies_to_msecs(25));
-	EXPECT_EQ(w->first_latency, vy_plat_jiffies_to_msecs(20));
-	EXPECT_EQ(circle_of(w).size(), 3u);
-}
-
-TEST_F(DomainList, LinkingTwoCirclesKeepsOwnerCircleFirst)
-{
-	alias("a.test", "b.test");
-	alias("c.test", "d.test");
-	domain_entry *a = alias("a.test", "c.test");
-
-	ASSERT_NE(a, nullptr);
-	EXPECT_EQ(circle_of(a),
-		  (std::vector<std::string>{"a.test", "b.test", "c.test", "d.test"}));
-	// Backward links agree with the forward ones.
-	EXPECT_STREQ(vy_container_of(a->cname_list.prev, domain_entry, cname_list)
-			     ->domain,
-		     "d.test");
 }
 
 TEST_F(DomainList, FailureOfAnyMemberMarksEveryMember)
@@ -355,37 +207,6 @@ TEST_F(DomainList, LinkingSamePairTwiceJoinsNothing)
 	EXPECT_EQ(tg->ip_num, 1);
 }
 
-TEST_F(DomainList, CnameToItselfChangesNothing)
-{
-	EXPECT_EQ(alias("loop.test", "loop.test"), nullptr);
-	EXPECT_EQ(vy_is_domain_hlist_empty(&t), 1);
-	EXPECT_EQ(vy_host::total_allocations(), 0);
-}
-
-TEST_F(DomainList, AllocationFailureGivesNullSilently)
-{
-	debug_level = 4;
-	vy_host::fail_next_allocations(1);
-	EXPECT_EQ(query("a.test"), nullptr);
-	vy_host::fail_next_allocations(1);
-	EXPECT_EQ(answer("a.test", ip4(1, 1, 1, 1)), nullptr);
-	vy_host::fail_next_allocations(1);
-	EXPECT_EQ(reject("a.test", 2), nullptr);
-	EXPECT_EQ(vy_is_domain_hlist_empty(&t), 1);
-
-	// The owner is made, the target's allocation fails: the owner stays.
-	query("x.test");
-	vy_host::fail_next_allocations(1);
-	EXPECT_EQ(alias("o.test", "x.test"), nullptr);
-	vy_host::fail_next_allocations(1);
-	EXPECT_EQ(alias("x.test", "y.test"), nullptr);
-	EXPECT_NE(find("x.test"), nullptr);
-	EXPECT_EQ(find("y.test"), nullptr);
-	EXPECT_EQ(count_entries(t), 1u);
-	EXPECT_EQ(circle_of(find("x.test")).size(), 1u);
-	EXPECT_TRUE(vy_host::log_lines().empty());
-}
-
 // One entry per case, on its own table, examined by a pass `elapsed`
 // jiffies after the entry's last activity.
 TEST_F(DomainList, TimeoutAggregationAndExpiryBoundaries)
@@ -436,77 +257,6 @@ TEST_F(DomainList, TimeoutAggregationAndExpiryBoundaries)
 		vy_del_all_domain_hlist(&tab);
 		base = at + 100;
 	}
-}
-
-TEST_F(DomainList, StatusAndTruncatedAverage)
-{
-	u32 avg = 99;
-
-	// Only a pending query and an answered CNAME target: nothing decided.
-	query("pending.test");
-	vy_add_domain_entry(&t, "target.test", 11, 1);
-	vy_host::advance_to(1001);
-	answer("target.test", ip4(1, 1, 1, 1));
-	EXPECT_EQ(pass(&avg), VY_STATUS_UNKNOWN);
-	EXPECT_EQ(avg, 0u);
-
-	// Every recent queried name timed out.
-	vy_host::advance_to(2501);
-	EXPECT_EQ(pass(&avg), VY_STATUS_FAIL);
-	EXPECT_EQ(avg, 0u);
-
-	// Answers (an address or a failure) outweigh a timeout, even one
-	// visited after them; 10+20+25 jiffies.
-	ASSERT_LT(vy_domain_bucket("a.test", 6), vy_domain_bucket("late.test", 9));
-	vy_host::advance_to(2550);
-	query("late.test");
-	struct {
-		const char *name;
-		unsigned long wait;
-		bool fail;
-	} answers[] = {{"a.test", 10, false}, {"b.test", 20, true}, {"c.test", 25, false}};
-	unsigned long now = 2600;
-	u32 sum = 0;
-	for (const auto &a : answers) {
-		vy_host::advance_to(now);
-		query(a.name);
-		vy_host::advance_to(now + a.wait);
-		if (a.fail)
-			reject(a.name, 2);
-		else
-			answer(a.name, ip4(9, 9, 9, 9));
-		sum += vy_plat_jiffies_to_msecs(a.wait);
-		now += 50;
-	}
-	vy_host::advance_to(2550 + 1501);
-	EXPECT_EQ(pass(&avg), VY_STATUS_OK);
-	EXPECT_EQ(find("late.test")->timed_out, 1);
-	EXPECT_EQ(avg, sum / 3); // 550 / 3: truncated
-	EXPECT_EQ(avg, 183u);
-}
-
-TEST_F(DomainList, ResetPendingThenExpiry)
-{
-	domain_entry *done = answer("done.test", ip4(1, 2, 3, 4));
-	query("wait.test");
-	query("again.test");
-	vy_host::advance_to(1010);
-
-	vy_reset_pending_domain(&t);
-	domain_entry *w = find("wait.test");
-	EXPECT_EQ(w->query_time, 0u);
-	EXPECT_EQ(w->last_update, 0u);
-	EXPECT_EQ(w->timed_out, 0);
-	EXPECT_EQ(done->last_update, 1000u);
-
-	// A new query before the pass revives its entry.
-	query("again.test");
-	u32 avg = 0;
-	EXPECT_EQ(pass(&avg), VY_STATUS_OK);
-	EXPECT_EQ(find("wait.test"), nullptr);
-	EXPECT_NE(find("again.test"), nullptr);
-	EXPECT_NE(find("done.test"), nullptr);
-	EXPECT_EQ(t.count, 2u);
 }
 
 TEST_F(DomainList, ExpiryUnlinksFromCircle)
@@ -565,25 +315,6 @@ TEST_F(DomainList, DeepCopyReversesEachBucket)
 	EXPECT_EQ(vy_is_domain_hlist_empty(&copy), 1);
 	// The source's circle survives the copy's release.
 	EXPECT_EQ(circle_of(find(same[0].c_str())).size(), 2u);
-}
-
-TEST_F(DomainList, DeepCopyOutOfMemoryIsReportedWithoutLeak)
-{
-	for (const char *n : {"a.test", "b.test", "c.test", "d.test"})
-		query(n);
-
-	for (int ok : {0, 2}) {
-		domain_hlist copy;
-		vy_host::fail_allocations_after(ok, 1);
-		EXPECT_EQ(vy_copy_domain_hlist(&copy, &t), 1);
-		/* What was copied before the failure stays linked for its
-		 * holder to free. */
-		EXPECT_EQ(count_entries(copy), (std::size_t)ok);
-		EXPECT_EQ(copy.count, (u32)ok);
-		vy_del_all_domain_hlist(&copy);
-		EXPECT_EQ(vy_host::live_allocations(), 4);
-		EXPECT_EQ(count_entries(t), 4u);
-	}
 }
 
 TEST_F(DomainList, TableHoldsAtMost512Names)

@@ -94,52 +94,6 @@ using DumpCommand = DumpCommandFixture;
 
 // ---- lengths and copies ---------------------------------------------------
 
-TEST_F(DumpCommand, LineLengthBounds)
-{
-	EXPECT_EQ(write_cmd(""), 0);
-	EXPECT_TRUE(vy_host::log_lines().empty());
-
-	// 64 bytes: the digit is the last of them and is read.
-	const std::string line64 = std::string(51, ' ') + "debug_level 3";
-	ASSERT_EQ(line64.size(), 64u);
-	EXPECT_EQ(write_cmd(line64), 64);
-	EXPECT_EQ(debug_level, 3);
-
-	// 65 bytes: refused unread.
-	vy_host::take_events();
-	const std::string line65 = std::string(52, ' ') + "debug_level 2";
-	EXPECT_EQ(write_cmd(line65), 0);
-	EXPECT_EQ(debug_level, 3);
-	EXPECT_EQ(logs_of(VY_LOG_ERR, "vy_dump_dev_write"),
-		  std::vector<std::string>{"The input length 65 > 64"});
-	EXPECT_EQ(helps_printed(), 0);
-
-	vy_host::take_events();
-	EXPECT_EQ(write_cmd(std::string(4096, 'x')), 0);
-	EXPECT_EQ(logs_of(VY_LOG_ERR, "vy_dump_dev_write"),
-		  std::vector<std::string>{"The input length 4096 > 64"});
-}
-
-TEST_F(DumpCommand, UnreadableUserBytesAreRefused)
-{
-	vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER);
-	EXPECT_EQ(write_cmd("del all"), -VY_EFAULT);
-	EXPECT_EQ(logs_of(VY_LOG_ERR, "vy_dump_dev_write"),
-		  std::vector<std::string>{"copy_from_user error"});
-	EXPECT_TRUE(has_sta(kA));
-	EXPECT_TRUE(has_sta(kB));
-	EXPECT_EQ(helps_printed(), 0);
-}
-
-TEST_F(DumpCommand, BytesAfterANulAreIgnored)
-{
-	EXPECT_EQ(write_cmd(std::string("debug_level 2\0debug_level 4", 27)), 27);
-	EXPECT_EQ(debug_level, 2);
-	EXPECT_EQ(write_cmd(std::string("\0del all", 8)), 8);
-	EXPECT_EQ(helps_printed(), 1);
-	EXPECT_TRUE(has_sta(kA));
-}
-
 // ---- the commands ---------------------------------------------------------
 
 TEST_F(DumpCommand, EachCommandAndItsPrefixes)
@@ -254,42 +208,6 @@ TEST_F(DumpCommand, DebugLevelZeroLeavesOnlyErrors)
 	EXPECT_EQ(vy_host::log_lines(VY_LOG_ERR).size(), 1u);
 }
 
-TEST_F(DumpCommand, DelStaOfAnUnknownStationOnlyLogsTheNotice)
-{
-	debug_level = 2;
-	EXPECT_EQ(write_cmd("del sta 02:00:00:00:00:09"), 25);
-	EXPECT_EQ(logs_of(VY_LOG_NOTICE, "vy_del_sta_entry"),
-		  std::vector<std::string>{"STA 02:00:00:00:00:09 does not exist"});
-	EXPECT_EQ(vy_get_sta_count(), 2);
-
-	vy_host::take_events();
-	EXPECT_EQ(write_cmd("del sta 02:00:00:00:00:01"), 25);
-	EXPECT_EQ(logs_of(VY_LOG_NOTICE, "vy_del_sta_entry"),
-		  std::vector<std::string>{
-			  "Delete STA 02:00:00:00:00:01 from user command"});
-}
-
-TEST_F(DumpCommand, DelAllReleasesListenersAndStopsStationEvents)
-{
-	EXPECT_EQ(write_cmd("del all", VY_CHRDEV_DUMP), 7);
-	vy_host::settle();
-	EXPECT_EQ(vy_get_sta_count(), 0);
-	EXPECT_EQ(vy_read_listeners(), 0);
-	EXPECT_FALSE(vy_host::umac_monitor_registered());
-
-	// Joins are no longer seen.
-	EXPECT_FALSE(vy_host::umac_event(0, kA.b, "wlan0"));
-	EXPECT_EQ(vy_get_sta_count(), 0);
-
-	// The unload unregisters the monitor a second time, which umac
-	// refuses.
-	vy_host::take_events();
-	unload();
-	EXPECT_EQ(logs_of(VY_LOG_ERR, "vy_unregister_event_monitor"),
-		  std::vector<std::string>{
-			  "nxUMAC_events_monitor_unregister(&vy_sta_monitor) fails probably due to no registration before"});
-}
-
 TEST_F(DumpCommand, ForceListenHooksWithoutStations)
 {
 	// A module without stations, so that no second hook run is queued.
@@ -304,19 +222,6 @@ TEST_F(DumpCommand, ForceListenHooksWithoutStations)
 	EXPECT_EQ(write_cmd("force_listen 0"), 14);
 	vy_host::settle();
 	EXPECT_FALSE(vy_host::hooks_registered());
-}
-
-TEST_F(DumpCommand, OnlyTheHolderOfTheDevicesCanWrite)
-{
-	int err = 0;
-	vy_host::File *holder = vy_host::open(VY_CHRDEV_DUMP, &err);
-	ASSERT_NE(holder, nullptr);
-	EXPECT_EQ(vy_host::open(VY_CHRDEV_SUMMARY, &err), nullptr);
-	EXPECT_EQ(err, -VY_EBUSY);
-
-	EXPECT_EQ(vy_host::write(holder, "debug_level 3", 13), 13);
-	EXPECT_EQ(debug_level, 3);
-	EXPECT_EQ(vy_host::release(holder), 0);
 }
 
 // ---- start, stop and sysfs ------------------------------------------------
@@ -407,36 +312,6 @@ TEST_F(DumpInit, AFailedStartUndoesEveryStepBeforeIt)
 		vy_dump_exit();
 		expect_nothing_registered();
 	}
-}
-
-TEST_F(DumpInit, TheModuleRunsOnWithoutDevicesAfterAFailedStart)
-{
-	vy_host::fail_at(vy_host::FAIL_KOBJECT);
-	EXPECT_EQ(veyra_init(), 0);
-	vy_host::settle();
-	expect_nothing_registered();
-	EXPECT_EQ(vy_host::sysfs_read(VY_SYSFS_DUMP_MAJOR), "");
-
-	int err = 0;
-	EXPECT_EQ(vy_host::open(VY_CHRDEV_DUMP, &err), nullptr);
-	EXPECT_NE(err, 0);
-
-	const Mac c = {{0x02, 0, 0, 0, 0, 0x44}};
-	ASSERT_TRUE(vy_host::umac_event(0, c.b, "wlan0"));
-	vy_host::settle();
-	EXPECT_EQ(vy_get_sta_count(), 1);
-	veyra_exit();
-	expect_nothing_registered();
-}
-
-TEST_F(DumpInit, ModuleStopRemovesDevicesAndSysfs)
-{
-	EXPECT_EQ(veyra_init(), 0);
-	vy_host::settle();
-	EXPECT_NE(vy_host::chrdev_major(VY_CHRDEV_SUMMARY), 0);
-	EXPECT_TRUE(vy_host::sysfs_present(VY_SYSFS_SUMMARY_MAJOR));
-	veyra_exit();
-	expect_nothing_registered();
 }
 
 } // namespace

@@ -72,16 +72,6 @@ void dhcp(const Mac &m, u32 status, u8 type, u32 ip = 0, u32 server = 0,
 		  0);
 }
 
-// Changes a live entry directly, for values no protocol path produces.
-template <typename F> void poke(const Mac &m, F change)
-{
-	vy_write_guard guard(&vy_sta_table.sta_lock);
-	sta *e = _vy_find_sta(m.b);
-
-	ASSERT_NE(e, nullptr);
-	change(e);
-}
-
 // Error lines of func, without their "func:line:" prefix.
 std::vector<std::string> errors_of(const std::string &func)
 {
@@ -245,18 +235,6 @@ TEST_F(DumpRead, ReadsOf350BytesOrFewerReturnNothingAndDoNotStartThePass)
 	EXPECT_EQ(d.read(4096), "") << "the pass is over";
 }
 
-TEST_F(DumpRead, SummaryWithoutStationsIsTheHeaderAlone)
-{
-	Dev d(VY_CHRDEV_SUMMARY);
-	ASSERT_TRUE(d.ok());
-
-	std::string first = d.read(4096);
-	EXPECT_EQ(first, kSummaryHeader);
-	EXPECT_EQ(first.size(), 43u);
-	EXPECT_EQ(d.read(4096), "");
-	EXPECT_EQ(d.read(4096), "");
-}
-
 TEST_F(DumpRead, DomainLinesResumeAcrossSmallReadsWithoutLossOrRepetition)
 {
 	const Mac a = mac_of(0x01), b = mac_of(0x02);
@@ -291,47 +269,6 @@ TEST_F(DumpRead, DomainLinesResumeAcrossSmallReadsWithoutLossOrRepetition)
 	}
 }
 
-TEST_F(DumpRead, StationsDeletedBeforeTheWalkReachesThemAreSkippedNewOnesPrinted)
-{
-	const Mac a = mac_of(0x01), b = mac_of(0x02), c = mac_of(0x03);
-	join(a.b);
-	join(b.b);
-	join(c.b);
-
-	Dev d(VY_CHRDEV_DUMP);
-	ASSERT_TRUE(d.ok());
-	EXPECT_NE(d.read(351).find("STA Number: 3\n"), std::string::npos);
-	EXPECT_EQ(d.read(351), fresh_block("02:00:00:00:00:01"));
-
-	// c is deleted before its turn; e lands in bucket 0, before the
-	// stations already printed, and f after them: the walk restarts from
-	// the first bucket at every step, so both are still printed.
-	leave(c.b);
-	const Mac e = mac_of(0x08), f = mac_of(0x04);
-	join(e.b);
-	join(f.b);
-
-	const std::string rest = d.read_all(351);
-	EXPECT_EQ(rest, fresh_block("02:00:00:00:00:08") +
-				fresh_block("02:00:00:00:00:02") +
-				fresh_block("02:00:00:00:00:04"));
-}
-
-TEST_F(DumpRead, ReopeningStartsANewPassOverEveryStation)
-{
-	const Mac a = mac_of(0x01), b = mac_of(0x09);
-	join(a.b);
-	join(b.b);
-
-	const std::string first = whole_pass(VY_CHRDEV_SUMMARY);
-	const std::string second = whole_pass(VY_CHRDEV_SUMMARY);
-	EXPECT_EQ(first, std::string(kSummaryHeader) +
-				 "02:00:00:00:00:09    None              UNKNOWN\n"
-				 "02:00:00:00:00:01    None              UNKNOWN\n");
-	EXPECT_EQ(second, first);
-	EXPECT_EQ(whole_pass(VY_CHRDEV_DUMP), whole_pass(VY_CHRDEV_DUMP));
-}
-
 TEST_F(DumpRead, FailedCopyToTheReaderEndsThePassWithInvalidStaMac)
 {
 	const Mac a = mac_of(0x01);
@@ -360,22 +297,6 @@ TEST_F(DumpRead, FailedCopyToTheReaderEndsThePassWithInvalidStaMac)
 	// Reopening starts afresh.
 	EXPECT_NE(whole_pass(VY_CHRDEV_DUMP).find("STA: 02:00:00:00:00:01\n"),
 		  std::string::npos);
-}
-
-TEST_F(DumpRead, FailedCopyOfTheHeaderGoesOnWithTheStations)
-{
-	const Mac a = mac_of(0x01);
-	join(a.b);
-	Dev d(VY_CHRDEV_SUMMARY);
-	ASSERT_TRUE(d.ok());
-
-	vy_host::fail_at(vy_host::FAIL_COPY_TO_USER);
-	EXPECT_EQ(d.read(4096), "");
-	EXPECT_EQ(errors_of("vy_sta_dump_start"),
-		  std::vector<std::string>{"copy_to_user error (msg = " +
-					   std::string(kSummaryHeader) + ")"});
-	EXPECT_EQ(d.read_all(4096),
-		  "02:00:00:00:00:01    None              UNKNOWN\n");
 }
 
 TEST_F(DumpRead, FailedCopyOfADomainLineFreesTheCopiedTable)
@@ -426,46 +347,6 @@ TEST_F(DumpRead, FailedCopyOfASummaryLineEndsThePass)
 	EXPECT_EQ(errors_of("vy_sta_dump_summary"), expected);
 }
 
-TEST_F(DumpRead, ClosingInTheMiddleOfAStationFreesItsCopy)
-{
-	const Mac a = mac_of(0x01);
-	join(a.b);
-	for (int i = 0; i < 10; i++) {
-		char name[32];
-		std::snprintf(name, sizeof(name), "n%d.example", i);
-		query(a, name);
-	}
-	const long live = vy_host::live_allocations();
-	{
-		Dev d(VY_CHRDEV_DUMP);
-		ASSERT_TRUE(d.ok());
-		d.read(351);
-		d.read(351);
-		std::string lines = d.read(400);
-		ASSERT_EQ(occurrences(lines, "\n"), 1u) << "one domain line only";
-		EXPECT_GT(vy_host::live_allocations(), live + 10);
-	}
-	EXPECT_EQ(vy_host::live_allocations(), live);
-}
-
-TEST_F(DumpRead, OutOfMemoryInTheCopyWalkEndsThePassEarly)
-{
-	const Mac a = mac_of(0x01);
-	join(a.b);
-	for (const char *n : {"n1.example", "n2.example"})
-		query(a, n);
-	const long live = vy_host::live_allocations();
-
-	Dev d(VY_CHRDEV_DUMP);
-	ASSERT_TRUE(d.ok());
-	EXPECT_NE(d.read(351).find("STA Number: 1\n"), std::string::npos);
-	vy_host::fail_next_allocations(1);
-	EXPECT_EQ(d.read(4096), "");
-	EXPECT_EQ(d.read(4096), "");
-	d.close();
-	EXPECT_EQ(vy_host::live_allocations(), live);
-}
-
 TEST_F(DumpRead, OnlyOneDeviceMayBeOpenAtATime)
 {
 	Dev holder(VY_CHRDEV_DUMP);
@@ -496,40 +377,7 @@ TEST_F(DumpRead, OnlyOneDeviceMayBeOpenAtATime)
 	EXPECT_EQ(summary.read(4096), kSummaryHeader);
 }
 
-TEST_F(DumpRead, OpenWithoutMemoryGivesTheDeviceBack)
-{
-	vy_host::fail_next_allocations(1);
-	{
-		Dev d(VY_CHRDEV_SUMMARY);
-		EXPECT_FALSE(d.ok());
-		EXPECT_EQ(d.err(), -VY_ENOMEM);
-	}
-	Dev d(VY_CHRDEV_DUMP);
-	EXPECT_TRUE(d.ok());
-}
-
 // ---- exact text -----------------------------------------------------------
-
-TEST_F(DumpText, StatusBlockFollowsListenersForceListenAndDebugLevel)
-{
-	EXPECT_EQ(whole_pass(VY_CHRDEV_DUMP), "Listening: no\n"
-					      "Current Listeners: 0\n"
-					      "Force Listening: no\n"
-					      "Debug Level: 1\n"
-					      "STA Number: 0\n");
-
-	vy_write_force_listen(1);
-	vy_host::settle();
-	debug_level = 4;
-	EXPECT_EQ(whole_pass(VY_CHRDEV_DUMP), "Listening: yes\n"
-					      "Current Listeners: 0\n"
-					      "Force Listening: yes\n"
-					      "Debug Level: 4\n"
-					      "STA Number: 0\n");
-	vy_write_force_listen(0);
-	debug_level = 1;
-	vy_host::settle();
-}
 
 TEST_F(DumpText, StationWithDhcpAndDnsAnswered)
 {
@@ -631,217 +479,6 @@ TEST_F(DumpText, StationWhoseDhcpAndDnsTimedOut)
 		  "DNS Latency Average: 0 ms\n"
 		  "Listeners: 0\n"
 		  "n1.example                                                              : (latency: 15 sec timeout)\n");
-}
-
-TEST_F(DumpText, FreshStationsInWalkOrder)
-{
-	// Buckets 1, 2, 2: within a bucket the newest comes first.
-	const Mac a = mac_of(0x01), b = mac_of(0x02), c = mac_of(0x0a);
-	join(a.b);
-	join(b.b);
-	join(c.b);
-
-	EXPECT_EQ(whole_pass(VY_CHRDEV_DUMP),
-		  "Listening: yes\n"
-		  "Current Listeners: 6\n"
-		  "Force Listening: no\n"
-		  "Debug Level: 1\n"
-		  "STA Number: 3\n" +
-			  fresh_block("02:00:00:00:00:01") +
-			  fresh_block("02:00:00:00:00:0a") +
-			  fresh_block("02:00:00:00:00:02"));
-}
-
-TEST_F(DumpText, SummaryShowsTheAddressOnlyOnceDhcpSucceeded)
-{
-	const Mac ok = mac_of(0x01), pending = mac_of(0x02), failed = mac_of(0x0a);
-	join(ok.b);
-	join(pending.b);
-	join(failed.b);
-	dhcp(ok, VY_STATUS_OK, 5, ip4(10, 0, 0, 23));
-	dhcp(pending, VY_STATUS_UNKNOWN, 1, ip4(10, 0, 0, 66)); // offered, not acked
-	dhcp(failed, VY_STATUS_FAIL, 6, ip4(10, 0, 0, 77));
-	query(failed, "n3.example");
-	answer(failed, "n3.example", ip4(10, 9, 8, 7));
-	poke(pending, [](sta *e) { e->dns_status = 7; });
-
-	EXPECT_EQ(whole_pass(VY_CHRDEV_SUMMARY),
-		  "STA                  DHCP              DNS\n"
-		  "02:00:00:00:00:01    10.0.0.23         UNKNOWN\n"
-		  "02:00:00:00:00:0a    None              OK\n"
-		  "02:00:00:00:00:02    None              INVALID\n");
-}
-
-TEST_F(DumpText, TypeAndStatusNamesOutsideTheirTables)
-{
-	const Mac a = mac_of(0x01);
-	join(a.b);
-
-	struct Case {
-		u8 type;
-		u32 dhcp_status;
-		u32 dns_status;
-		const char *type_line;
-		const char *dhcp_line;
-		const char *dns_line;
-	} cases[] = {
-		{0, 0, 1, "DHCP Type: \n", "DHCP Status: UNKNOWN\n", "DNS Status: OK\n"},
-		{8, 1, 2, "DHCP Type: DHCPINFORM\n", "DHCP Status: OK\n",
-		 "DNS Status: FAIL\n"},
-		{9, 2, 3, "DHCP Type: UNKNOWN\n", "DHCP Status: FAIL\n",
-		 "DNS Status: INVALID\n"},
-		{10, 3, 4, "DHCP Type: UNKNOWN\n", "DHCP Status: INVALID\n",
-		 "DNS Status: INVALID\n"},
-		{200, 4, 0xffffffffu, "DHCP Type: UNKNOWN\n",
-		 "DHCP Status: INVALID\n", "DNS Status: INVALID\n"},
-		{255, 0x80000000u, 0, "DHCP Type: UNKNOWN\n",
-		 "DHCP Status: INVALID\n", "DNS Status: UNKNOWN\n"},
-	};
-	for (const Case &c : cases) {
-		SCOPED_TRACE(static_cast<int>(c.type));
-		poke(a, [&](sta *e) {
-			e->dhcp_type = c.type;
-			e->dhcp_status = c.dhcp_status;
-			e->dns_status = c.dns_status;
-		});
-		const std::string text = whole_pass(VY_CHRDEV_DUMP);
-		EXPECT_NE(text.find(c.type_line), std::string::npos) << text;
-		EXPECT_NE(text.find(c.dhcp_line), std::string::npos) << text;
-		EXPECT_NE(text.find(c.dns_line), std::string::npos) << text;
-	}
-}
-
-TEST_F(DumpText, DomainLineWithEveryPart)
-{
-	const Mac a = mac_of(0x01);
-	join(a.b);
-	// A 127-byte name, the widest line: reset, rcode, four 15-character
-	// addresses and a latency of ten digits.
-	const std::string longname(127, 'n');
-	query(a, longname.c_str());
-	poke(a, [](sta *e) {
-		for (vy_hlist_head &h : e->domain_hlist.heads)
-			for (vy_hlist_node *n = h.first; n; n = n->next) {
-				domain_entry *d = vy_container_of(n, domain_entry, hlist);
-				d->last_update = 0;
-				d->query_time = 0;
-				d->rcode = 255;
-				d->ip_num = 4;
-				for (u32 &ip : d->ips)
-					ip = ip4(255, 255, 255, 255);
-				d->first_latency = 4294967295u;
-				d->is_cname = 1;
-			}
-	});
-	const std::string expected =
-		"[cname] " + longname +
-		": No IP answer before listening stop. rcode 255 255.255.255.255 "
-		"255.255.255.255 255.255.255.255 255.255.255.255 "
-		"(latency: 4294967295 ms)\n";
-	ASSERT_EQ(expected.size(), 272u);
-
-	Dev d(VY_CHRDEV_DUMP);
-	ASSERT_TRUE(d.ok());
-	d.read(351);
-	d.read(351);
-	EXPECT_EQ(d.read(351), expected);
-	EXPECT_EQ(d.read(351), "");
-}
-
-TEST_F(DumpText, OverlongStationBlockIsCutAtTheEndOfTheTextBuffer)
-{
-	const Mac a = mac_of(0x01);
-	join(a.b);
-	const char *host =
-		"abcdefghijklmnopqrstuvwxyz0123456789abcdefghijklmnopqrstuvwxyz01";
-	ASSERT_EQ(std::strlen(host), 64u);
-	const u32 wide = ip4(255, 255, 255, 255);
-	dhcp(a, VY_STATUS_INVALID, 1, wide, wide, wide, wide, host);
-	poke(a, [](sta *e) {
-		e->dhcp_latency = 2147483647;
-		e->dhcp_reason = 1;
-		e->dns_latest_latency = 2147483647;
-		e->dns_latency_avg = 2147483647;
-	});
-	query(a, "n3.example", wide);
-
-	const std::string full_block =
-		"=====================\n"
-		"STA: 02:00:00:00:00:01\n"
-		"Hostname: abcdefghijklmnopqrstuvwxyz0123456789abcdefghijklmnopqrstuvwxyz01\n"
-		"STA IP: 255.255.255.255\n"
-		"DHCP Status: UNKNOWN\n"
-		"DHCP Type: DHCPDISCOVER\n"
-		"DHCP Server: 255.255.255.255\n"
-		"DHCP Latency: 2147483647 ms\n"
-		"DHCP Reason: timeout\n"
-		"Gateway: 255.255.255.255\n"
-		"DNS Status: UNKNOWN\n"
-		"DNS: 255.255.255.255\n"
-		"DNS Latest Latency: 2147483647 ms\n"
-		"DNS Latency Average: 2147483647 ms\n"
-		"Listeners: 2\n";
-	ASSERT_GT(full_block.size(), 350u);
-
-	Dev d(VY_CHRDEV_DUMP);
-	ASSERT_TRUE(d.ok());
-	d.read(351);
-	// The text buffer holds 349 characters and its NUL: the line that
-	// crosses the end is cut there and the later ones are left out.
-	const std::string block = d.read(351);
-	EXPECT_EQ(block.size(), 349u);
-	EXPECT_EQ(block, full_block.substr(0, 349));
-	EXPECT_EQ(block.substr(block.size() - 17), "\nDNS Latest Laten");
-	// The pass goes on with the station's domain lines.
-	EXPECT_EQ(d.read_all(351),
-		  "n3.example                                                              : (latency: 0 ms)\n");
-}
-
-TEST_F(DumpText, BlocksAtTheEdgeOfTheTextBuffer)
-{
-	const Mac a = mac_of(0x01);
-	join(a.b);
-	const char *host =
-		"abcdefghijklmnopqrstuvwxyz0123456789abcdefghijklmnopqrstuvwxyz01";
-	dhcp(a, VY_STATUS_INVALID, 0, ip4(255, 255, 255, 255), ip4(1, 2, 3, 45),
-	     ip4(1, 2, 3, 45), ip4(10, 0, 0, 1), host);
-	poke(a, [](sta *e) { e->dhcp_latency = 10; });
-
-	const std::string head =
-		"=====================\n"
-		"STA: 02:00:00:00:00:01\n"
-		"Hostname: abcdefghijklmnopqrstuvwxyz0123456789abcdefghijklmnopqrstuvwxyz01\n"
-		"STA IP: 255.255.255.255\n"
-		"DHCP Status: UNKNOWN\n"
-		"DHCP Type: \n"
-		"DHCP Server: 1.2.3.45\n"
-		"DHCP Latency: 10 ms\n"
-		"DHCP Reason: \n"
-		"Gateway: 1.2.3.45\n"
-		"DNS Status: UNKNOWN\n"
-		"DNS: 10.0.0.1\n"
-		"DNS Latest Latency: 0 ms\n";
-
-	// 349 characters fit whole; at 350 the last newline has no room left
-	// beside the NUL.
-	struct Case {
-		u32 avg;
-		std::string block;
-	} cases[] = {
-		{0, head + "DNS Latency Average: 0 ms\nListeners: 2\n"},
-		{10, head + "DNS Latency Average: 10 ms\nListeners: 2"},
-	};
-	ASSERT_EQ(cases[0].block.size(), 349u);
-	ASSERT_EQ(cases[1].block.size(), 349u);
-	for (const Case &c : cases) {
-		SCOPED_TRACE(c.avg);
-		poke(a, [&](sta *e) { e->dns_latency_avg = c.avg; });
-		Dev d(VY_CHRDEV_DUMP);
-		ASSERT_TRUE(d.ok());
-		d.read(351);
-		EXPECT_EQ(d.read(351), c.block);
-		EXPECT_EQ(d.read(351), "");
-	}
 }
 
 } // namespace

@@ -30,16 +30,6 @@ int notices_containing(const std::string &text)
 
 using HookWork = ModuleTest;
 
-TEST_F(HookWork, LoadRegistersDevicesAndMonitorButNoHook)
-{
-	EXPECT_TRUE(vy_host::umac_monitor_registered());
-	EXPECT_NE(vy_host::chrdev_major(VY_CHRDEV_DUMP), 0);
-	EXPECT_NE(vy_host::chrdev_major(VY_CHRDEV_SUMMARY), 0);
-	EXPECT_TRUE(vy_host::kobject_present());
-	EXPECT_FALSE(vy_host::hooks_registered());
-	EXPECT_FALSE(timer_pending());
-}
-
 TEST_F(HookWork, FirstJoinHooksAndLastReleaseUnhooks)
 {
 	debug_level = 2;
@@ -59,44 +49,6 @@ TEST_F(HookWork, FirstJoinHooksAndLastReleaseUnhooks)
 		    vy_host::log_contains("]:Unhook listening function"));
 }
 
-TEST_F(HookWork, LastReleaseResetsPendingQueries)
-{
-	vy_host::advance_to(100);
-	join(kA);
-	vy_add_sta_domain(kA, "a.lan", 5, 0x0100a8c0);
-	vy_add_sta_domain(kA, "b.lan", 5, 0x0100a8c0);
-	vy_host::advance_to(110);
-	/* The DHCP answer and the first DNS answer release both listeners. */
-	vy_set_sta_dhcp_status(kA, 1, 5, 0x6400a8c0, 0, 0, 0, nullptr, 0);
-	vy_add_sta_domain_ip(kA, "a.lan", 5, 0x0500a8c0);
-	vy_host::settle();
-	ASSERT_FALSE(vy_host::hooks_registered());
-
-	vy_write_guard g(&vy_sta_table.sta_lock);
-	sta *s = _vy_find_sta(kA);
-	ASSERT_NE(s, nullptr);
-	domain_entry *a = _vy_find_domain(&s->domain_hlist, "a.lan", 5);
-	domain_entry *b = _vy_find_domain(&s->domain_hlist, "b.lan", 5);
-	ASSERT_TRUE(a && b);
-	EXPECT_EQ(b->query_time, 0u);
-	EXPECT_EQ(b->last_update, 0u) << "a pending query is reset at unhook";
-	EXPECT_EQ(a->last_update, 110u) << "an answered name keeps its activity";
-}
-
-TEST_F(HookWork, JoinBetweenRaiseAndCheckKeepsHooks)
-{
-	join(kA);
-	/* The leave raises the semaphore; the join lands before the work has
-	 * run its check, so the check finds 2 listeners and sleeps again. */
-	ASSERT_TRUE(vy_host::umac_event(1, kA, "wlan0"));
-	ASSERT_TRUE(vy_host::umac_event(0, kB, "wlan0"));
-	vy_host::settle();
-	EXPECT_TRUE(vy_host::hooks_registered());
-	EXPECT_EQ(vy_read_listeners(), 2);
-	EXPECT_EQ(count(EventKind::HooksUnregistered), 0);
-	EXPECT_EQ(count(EventKind::HooksRegistered), 1);
-}
-
 TEST_F(HookWork, ForceListenHooksWithoutStationsUntilCleared)
 {
 	vy_write_force_listen(1);
@@ -114,37 +66,6 @@ TEST_F(HookWork, ForceListenHooksWithoutStationsUntilCleared)
 	vy_host::settle();
 	EXPECT_FALSE(vy_host::hooks_registered());
 	EXPECT_FALSE(timer_pending());
-}
-
-TEST_F(HookWork, ClearingForceListenKeepsHooksWhileListenersRemain)
-{
-	join(kA);
-	vy_write_force_listen(1); /* queues a second run */
-	vy_write_force_listen(0);
-	vy_host::settle();
-	EXPECT_TRUE(vy_host::hooks_registered());
-	EXPECT_EQ(count(EventKind::HooksUnregistered), 0);
-	/* The last release ends the first run; the second hooks again and
-	 * sleeps until the next raise. */
-	leave(kA);
-	EXPECT_EQ(count(EventKind::HooksUnregistered), 1);
-	EXPECT_EQ(count(EventKind::HooksRegistered), 2);
-	vy_try_unhook();
-	vy_host::settle();
-	EXPECT_FALSE(vy_host::hooks_registered());
-}
-
-TEST_F(HookWork, StoredRaisesOnlyCostExtraChecks)
-{
-	/* Raises while unhooked are stored; at the next hooking each lets the
-	 * work check once more, and it still ends up listening. */
-	vy_write_force_listen(0);
-	vy_write_force_listen(0);
-	join(kA);
-	EXPECT_TRUE(vy_host::hooks_registered());
-	EXPECT_EQ(count(EventKind::HooksUnregistered), 0);
-	leave(kA);
-	EXPECT_FALSE(vy_host::hooks_registered());
 }
 
 TEST_F(HookWork, JoinWhileListeningQueuesSecondRunThatSleepsHooked)
@@ -238,28 +159,6 @@ TEST_F(HookWork, OverReleaseIsClampedAndLogged)
 	expect_listener_invariant();
 }
 
-TEST_F(HookWork, ReleaseOfZeroAtTotalZeroStillRaises)
-{
-	auto release = [](const std::uint8_t *mac, u32 n) {
-		vy_write_guard g(&vy_sta_table.sta_lock);
-		sta *s = _vy_find_sta(mac);
-		ASSERT_NE(s, nullptr);
-		_vy_del_listeners(s, n);
-	};
-	join(kA);
-	join(kB); /* queues a second run */
-	release(kA, 2);
-	release(kB, 2);
-	vy_host::settle();
-	/* The second run sleeps hooked with a total of 0 and both entries
-	 * holding none; closing a window that holds 0 listeners raises. */
-	ASSERT_TRUE(vy_host::hooks_registered());
-	release(kA, 0);
-	vy_host::settle();
-	EXPECT_FALSE(vy_host::hooks_registered());
-	expect_listener_invariant();
-}
-
 /* ---- start and stop --------------------------------------------------- */
 
 using Lifecycle = ModuleTest;
@@ -279,22 +178,6 @@ TEST_F(Lifecycle, UnloadWithStationsAndForceListenLeavesNothing)
 	EXPECT_FALSE(vy_host::kobject_present());
 	EXPECT_EQ(vy_read_force_listen(), 0);
 	EXPECT_EQ(vy_read_listeners(), 0);
-}
-
-TEST_F(Lifecycle, InitAndExitNoticesFollowDebugLevel)
-{
-	unload();
-	vy_host::take_events();
-	load();
-	unload();
-	EXPECT_FALSE(vy_host::log_contains("]:init"));
-	debug_level = 2;
-	load();
-	unload();
-	EXPECT_TRUE(vy_host::log_contains("veyra_init[") &&
-		    vy_host::log_contains("]:init"));
-	EXPECT_TRUE(vy_host::log_contains("veyra_exit[") &&
-		    vy_host::log_contains("]:exit"));
 }
 
 TEST_F(Lifecycle, ReloadAfterUnloadWorks)

@@ -419,25 +419,6 @@ TEST_F(DnsProgressTest, RefusedNameChangesNothing)
 	EXPECT_EQ(missing, 30u);
 }
 
-TEST_F(DnsProgressTest, AliasTargetLeavesTheLatestLatency)
-{
-	const Mac a = mac_of(9, 1);
-
-	join(a);
-	query(a, "www.a.com");
-	vy_host::advance(20);
-	vy_add_sta_domain_cname(a.b, "www.a.com", 9, "cdn.b.net", 9);
-	EXPECT_EQ(snap(a).dns_latest_latency, 200u);
-	vy_host::advance(30);
-	answer(a, "cdn.b.net", ip4(5, 6, 7, 8)); // the target's own entry
-	EXPECT_EQ(snap(a).dns_latest_latency, 200u);
-	query(a, "x.org");
-	vy_host::advance(5);
-	answer(a, "x.org", ip4(5, 6, 7, 9)); // unchanged status, new latency
-	EXPECT_EQ(snap(a).dns_latest_latency, 50u);
-	EXPECT_EQ(notes(EventKind::NotifyDns).size(), 1u);
-}
-
 TEST_F(DnsProgressTest, StatusRuleTable)
 {
 	struct Row {
@@ -573,27 +554,6 @@ TEST_F(PeriodicUpdateTest, ListeningWindowEndsAfter35Seconds)
 	EXPECT_EQ(vy_read_listeners(), 0);
 }
 
-TEST_F(PeriodicUpdateTest, RecentOutcomeSetsTheAverage)
-{
-	const Mac a = mac_of(13, 1);
-
-	join(a);
-	query(a, "a.com");
-	vy_host::advance_to(1010);
-	answer(a, "a.com", 1);
-	vy_host::advance_to(1500);
-	EXPECT_EQ(snap(a).dns_latency_avg, 100u);
-	vy_host::advance_to(2700);
-	query(a, "b.com");
-	vy_host::advance_to(4000); // nothing recent: the average stays
-	EXPECT_EQ(snap(a).dns_latency_avg, 100u);
-	vy_host::advance_to(4500); // b.com timed out: FAIL, average 0
-	sta s = snap(a);
-	EXPECT_EQ(s.dns_latency_avg, 0u);
-	EXPECT_EQ(s.dns_status, 1u); // OK is final
-	EXPECT_EQ(notes(EventKind::NotifyDns).size(), 1u);
-}
-
 TEST_F(PeriodicUpdateTest, FailThenLateAnswerKeepsTheListeners)
 {
 	const Mac a = mac_of(14, 1);
@@ -614,37 +574,6 @@ TEST_F(PeriodicUpdateTest, FailThenLateAnswerKeepsTheListeners)
 	EXPECT_EQ(n[1].status, 1);
 	EXPECT_EQ(snap(a).listeners, 1);
 	expect_consistent();
-}
-
-TEST_F(PeriodicUpdateTest, DhcpNotificationsGoFirstInBucketOrder)
-{
-	// Buckets: both is 5; dns_only 1; dhcp_old and dhcp_new share 6.
-	const Mac both = mac_of(15, 0x05), dns_only = mac_of(15, 0x01),
-		  dhcp_old = mac_of(15, 0x06), dhcp_new = mac_of(15, 0x0e);
-
-	join(both);
-	for (const Mac *m : {&dns_only, &dhcp_old, &dhcp_new})
-		vy_add_sta_entry(m->b, "wlan0");
-	for (const Mac *m : {&both, &dhcp_old, &dhcp_new})
-		dhcp(*m, 0, 1);
-	for (const Mac *m : {&both, &dns_only})
-		query(*m, "q.com");
-	vy_host::take_events();
-	vy_host::advance_to(3000);
-
-	std::vector<std::string> got;
-	for (const Event &e : vy_host::events())
-		if (e.kind == EventKind::NotifyDhcp || e.kind == EventKind::NotifyDns)
-			got.push_back(std::string(e.kind == EventKind::NotifyDhcp
-							  ? "dhcp "
-							  : "dns ") +
-				      mac_str(Mac{{e.mac[0], e.mac[1], e.mac[2],
-						   e.mac[3], e.mac[4], e.mac[5]}}));
-	std::vector<std::string> want = {
-		"dhcp " + mac_str(both),     "dhcp " + mac_str(dhcp_old),
-		"dhcp " + mac_str(dhcp_new), "dns " + mac_str(dns_only),
-		"dns " + mac_str(both)};
-	EXPECT_EQ(got, want);
 }
 
 TEST_F(PeriodicUpdateTest, AllocationFailureSendsWhatWasQueued)
@@ -689,43 +618,6 @@ TEST_F(PeriodicUpdateTest, AllocationFailureSendsWhatWasQueued)
 	EXPECT_EQ(notes(EventKind::NotifyDhcp, &later).size(), 1u);
 	EXPECT_TRUE(notes(EventKind::NotifyDhcp, &broken).empty());
 	expect_consistent();
-}
-
-TEST_F(PeriodicUpdateTest, EmptyTableOnlyRearms)
-{
-	vy_write_force_listen(1);
-	vy_host::settle(); // hooked at 1000: the run falls at 1500
-	long allocs = vy_host::total_allocations();
-
-	vy_host::take_events();
-	debug_level = 4;
-	vy_host::advance_to(1500);
-	EXPECT_TRUE(vy_host::events().empty());
-	EXPECT_EQ(vy_host::total_allocations(), allocs);
-	EXPECT_TRUE(vy_plat_timer_pending(&vy_sta_table.sta_timer));
-	debug_level = 1;
-	vy_write_force_listen(0);
-}
-
-TEST_F(PeriodicUpdateTest, ListeningStopResetsPendingQueries)
-{
-	const Mac a = mac_of(17, 1);
-
-	join(a);
-	query(a, "gone.org");
-	vy_host::advance_to(4000); // gone.org timed out at 3000: FAIL
-	query(a, "pending.org");
-	vy_host::advance_to(5000); // the window ends, the last listener goes
-	EXPECT_EQ(vy_read_listeners(), 0);
-	EXPECT_FALSE(vy_host::hooks_registered());
-	EXPECT_FALSE(vy_plat_timer_pending(&vy_sta_table.sta_timer));
-
-	vy_read_guard guard(&vy_sta_table.sta_lock);
-	domain_entry *d = _vy_find_domain(&_vy_find_sta(a.b)->domain_hlist,
-					  "pending.org", 11);
-	ASSERT_NE(d, nullptr);
-	EXPECT_EQ(d->query_time, 0u);
-	EXPECT_EQ(d->last_update, 0u);
 }
 
 } // namespace
