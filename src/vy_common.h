@@ -103,6 +103,15 @@ static inline s32 vy_debug_level(void)
 				    __LINE__, ##__VA_ARGS__);                \
 	} while (0)
 
+/* An error line, printed whatever debug_level, under its site's limit. */
+#define vy_err_ratelimited(fmt, ...)                                         \
+	do {                                                                 \
+		static struct vy_plat_ratelimit _vy_rs;                      \
+		if (vy_plat_log_ratelimit(&_vy_rs, __func__))                \
+			vy_plat_log(VY_LOG_ERR, "%s:%d:" fmt, __func__,      \
+				    __LINE__, ##__VA_ARGS__);                \
+	} while (0)
+
 /* ---- memory and strings ---------------------------------------------- */
 
 #define vy_memcpy __builtin_memcpy
