@@ -302,8 +302,10 @@ int vy_plat_log_ratelimit(struct vy_plat_ratelimit *rs, const char *func)
 		rs->missed++;
 	raw_spin_unlock_irqrestore(&vy_ratelimit_lock, flags);
 
-	/* The report names the function whose lines were dropped, as the
-	 * kernel's does; printed once the lock is released. */
+	/*
+	 * The report names the function whose lines were dropped, as the
+	 * kernel's does; printed once the lock is released.
+	 */
 	if (missed)
 		pr_warn("%s: %d callbacks suppressed\n", func, missed);
 	return ok;
