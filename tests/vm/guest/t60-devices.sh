@@ -4,6 +4,8 @@
 # Errors this scenario provokes on purpose.
 klog_expect 'The dump char device is in use now'
 klog_expect 'The input length 65 > 64'
+klog_expect 'The input length 70 > 64'
+klog_expect 'vy_dump_dev_write: [0-9]+ callbacks suppressed'
 # The help goes out at the kernel's default level (a warning on Debian).
 klog_expect '\([1-4]\) (Enable/Disable debug mode to keep listening|Delete all STA|Delete a STA|Set debug level): echo -n '
 klog_expect 'nxUMAC_events_monitor_unregister\(&vy_sta_monitor\) fails probably due to no registration before'
@@ -52,6 +54,15 @@ check_feature devices help_logged klog_has '\(1\) Enable/Disable debug mode to k
 # such as printf would repeat forever).
 check_feature devices too_long_refused sh -c "printf '%065d' 0 | dd of=/dev/vy_summary bs=65 count=1 2>/dev/null; true"
 check_feature devices too_long_logged klog_has 'The input length 65 > 64'
+# printf itself retries the 0 without end; the error line is rate limited
+# per call site (10 in 5 s), so 3 s of retries leave at most 10 lines.
+retried_too_long_limited() {
+	timeout 3 sh -c "printf '%070d' 0 > /dev/vy_summary"
+	_lines=$(klog_count 'The input length 70 > 64')
+	echo "$_lines error lines"
+	[ "$_lines" -ge 1 ] && [ "$_lines" -le 10 ]
+}
+check_feature devices too_long_retry_limited retried_too_long_limited
 # Two joins queued a second hook-work run, which sleeps hooked until raised.
 vy_cmd "force_listen 0"
 check_feature sta hooks_off_at_end wait_for 30 hooks_are 0
