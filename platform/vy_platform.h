@@ -122,9 +122,22 @@ enum vy_log_level {
  */
 void vy_plat_log(int level, const char *fmt, ...)
 	__attribute__((format(printf, 2, 3)));
-/* Shared rate limit for warnings a station's traffic can trigger at packet
- * rate: non-zero when one more may be printed now. */
-int vy_plat_log_ratelimit(void);
+/*
+ * The rate limit of one log call site, as the kernel's printk_ratelimited
+ * keeps one per site: at most 10 lines in 5 s. Zero-filled storage is a
+ * fresh state (each site has a static one); the platform owns the fields.
+ */
+struct vy_plat_ratelimit {
+	unsigned long begin; /* jiffies at the window's start, 0: none yet */
+	vy_s32 printed;      /* lines let through in this window */
+	vy_s32 missed;       /* lines dropped since the last report */
+};
+
+/* Non-zero when one more line of the site that owns rs may be printed now.
+ * The first call of a new window after lines were dropped first logs the
+ * kernel's warning "<func>: <n> callbacks suppressed"; func is the calling
+ * function's name. */
+int vy_plat_log_ratelimit(struct vy_plat_ratelimit *rs, const char *func);
 /* The kernel's snprintf, with the same %p extensions. */
 int vy_plat_snprintf(char *buf, vy_size size, const char *fmt, ...)
 	__attribute__((format(printf, 3, 4)));

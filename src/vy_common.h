@@ -88,13 +88,27 @@ static inline s32 vy_debug_level(void)
 #define vy_info(fmt, ...) _vy_log_at(3, VY_LOG_INFO, fmt, ##__VA_ARGS__)
 #define vy_dbg(fmt, ...) _vy_log_at(4, VY_LOG_DEBUG, fmt, ##__VA_ARGS__)
 
-/* A warning that a station's traffic can trigger at packet rate: besides
- * debug_level it passes the shared rate limit, so that a hostile station
- * cannot flood the log. */
+/*
+ * A line that a station's traffic (or a looping writer) can trigger at a
+ * high rate passes the rate limit of its own call site, so that a flood
+ * cannot fill the log, and one noisy site cannot hide another's lines.
+ * The state is a zero-initialised POD: no constructor, no guard variable.
+ */
 #define vy_warn_ratelimited(fmt, ...)                                        \
 	do {                                                                 \
-		if (vy_debug_level() >= 1 && vy_plat_log_ratelimit())        \
+		static struct vy_plat_ratelimit _vy_rs;                      \
+		if (vy_debug_level() >= 1 &&                                 \
+		    vy_plat_log_ratelimit(&_vy_rs, __func__))                \
 			vy_plat_log(VY_LOG_WARNING, "%s[%d]:" fmt, __func__, \
+				    __LINE__, ##__VA_ARGS__);                \
+	} while (0)
+
+/* An error line, printed whatever debug_level, under its site's limit. */
+#define vy_err_ratelimited(fmt, ...)                                         \
+	do {                                                                 \
+		static struct vy_plat_ratelimit _vy_rs;                      \
+		if (vy_plat_log_ratelimit(&_vy_rs, __func__))                \
+			vy_plat_log(VY_LOG_ERR, "%s:%d:" fmt, __func__,      \
 				    __LINE__, ##__VA_ARGS__);                \
 	} while (0)
 

@@ -660,7 +660,9 @@ extern "C" long vy_dump_dev_write(struct vy_file *f, const void *ubuf,
 	if (!count)
 		return 0;
 	if (count > VY_CMD_MAX) {
-		vy_err("The input length %d > 64\n", (int)count);
+		/* A stdio writer takes the 0 as "nothing written" and retries
+		 * the same line without end: the line must not flood the log. */
+		vy_err_ratelimited("The input length %d > 64\n", (int)count);
 		return 0;
 	}
 

@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -83,11 +84,11 @@ std::mutex g_cap_mu;
 std::vector<Event> g_events;
 std::function<void(const Event &)> g_sink;
 
-/* ---- rate limit: 10 lines per 5 s of simulated time ---- */
+/* ---- rate limit: per call site, 10 lines per 5 s of simulated time ---- */
 std::mutex g_rl_mu;
-bool g_rl_started = false;
-unsigned long g_rl_begin = 0;
-int g_rl_printed = 0;
+/* Every site state seen: the states are the logic's statics, which reset()
+ * returns to zero like a fresh module load. */
+std::set<vy_plat_ratelimit *> g_rl_sites;
 
 HostTimer *as_timer(const vy_plat_timer *t)
 {
@@ -227,9 +228,9 @@ void reset()
 	g_dyndbg = true;
 	{
 		std::lock_guard<std::mutex> lk(g_rl_mu);
-		g_rl_started = false;
-		g_rl_begin = 0;
-		g_rl_printed = 0;
+		for (vy_plat_ratelimit *rs : g_rl_sites)
+			*rs = vy_plat_ratelimit{};
+		g_rl_sites.clear();
 	}
 	{
 		std::lock_guard<std::mutex> lk(g_cap_mu);
@@ -561,20 +562,34 @@ void vy_plat_log(int level, const char *fmt, ...)
 	capture(std::move(ev));
 }
 
-int vy_plat_log_ratelimit(void)
+/* The kernel's ___ratelimit() for one site, with its report of the
+ * dropped lines. */
+int vy_plat_log_ratelimit(vy_plat_ratelimit *rs, const char *func)
 {
-	std::lock_guard<std::mutex> lk(g_rl_mu);
-	unsigned long now = g_jiffies.load();
-	if (!g_rl_started || now - g_rl_begin > 5 * VY_HZ) {
-		g_rl_started = true;
-		g_rl_begin = now;
-		g_rl_printed = 0;
+	int missed = 0;
+	int ok;
+	{
+		std::lock_guard<std::mutex> lk(g_rl_mu);
+		g_rl_sites.insert(rs);
+		unsigned long now = g_jiffies.load();
+		if (!rs->begin)
+			rs->begin = now;
+		if ((long)(rs->begin + 5 * VY_HZ - now) < 0) {
+			missed = rs->missed;
+			rs->missed = 0;
+			rs->begin = now;
+			rs->printed = 0;
+		}
+		ok = rs->printed < 10;
+		if (ok)
+			rs->printed++;
+		else
+			rs->missed++;
 	}
-	if (g_rl_printed < 10) {
-		g_rl_printed++;
-		return 1;
-	}
-	return 0;
+	if (missed)
+		vy_plat_log(VY_LOG_WARNING, "%s: %d callbacks suppressed\n", func,
+			    missed);
+	return ok;
 }
 
 int vy_plat_snprintf(char *buf, vy_size size, const char *fmt, ...)

@@ -267,12 +267,48 @@ void vy_plat_log(int level, const char *fmt, ...)
 	va_end(args);
 }
 
-int vy_plat_log_ratelimit(void)
-{
-	static DEFINE_RATELIMIT_STATE(vy_ratelimit, DEFAULT_RATELIMIT_INTERVAL,
-				      DEFAULT_RATELIMIT_BURST);
+/*
+ * The algorithm of the kernel's ___ratelimit(), with printk_ratelimited's
+ * interval and burst, over the logic's zero-filled per-site records. A
+ * struct ratelimit_state per site would hold a raw spinlock that spinlock
+ * debugging and lockdep reject until it is initialised, and the logic has
+ * no constructors to do that; so one glue lock, defined statically, guards
+ * every site. Its section is a few loads and stores: waiting for it costs
+ * nothing, and unlike ___ratelimit()'s trylock a busy state of one site
+ * never drops another site's line. Interrupts are off inside, so any
+ * context may call it.
+ */
+static DEFINE_RAW_SPINLOCK(vy_ratelimit_lock);
 
-	return __ratelimit(&vy_ratelimit);
+int vy_plat_log_ratelimit(struct vy_plat_ratelimit *rs, const char *func)
+{
+	unsigned long flags;
+	int missed = 0;
+	int ok;
+
+	raw_spin_lock_irqsave(&vy_ratelimit_lock, flags);
+	if (!rs->begin)
+		rs->begin = jiffies;
+	if (time_is_before_jiffies(rs->begin + DEFAULT_RATELIMIT_INTERVAL)) {
+		missed = rs->missed;
+		rs->missed = 0;
+		rs->begin = jiffies;
+		rs->printed = 0;
+	}
+	ok = rs->printed < DEFAULT_RATELIMIT_BURST;
+	if (ok)
+		rs->printed++;
+	else
+		rs->missed++;
+	raw_spin_unlock_irqrestore(&vy_ratelimit_lock, flags);
+
+	/*
+	 * The report names the function whose lines were dropped, as the
+	 * kernel's does; printed once the lock is released.
+	 */
+	if (missed)
+		pr_warn("%s: %d callbacks suppressed\n", func, missed);
+	return ok;
 }
 
 int vy_plat_snprintf(char *buf, vy_size size, const char *fmt, ...)

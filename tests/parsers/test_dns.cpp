@@ -252,21 +252,39 @@ TEST_F(ParserTest, DnsRefusesMissingArguments)
 		  }));
 }
 
-/* The warnings a station can provoke at packet rate are rate limited. */
-TEST_F(ParserTest, DnsFailureWarningsAreRateLimited)
+/*
+ * The warnings a station can provoke at packet rate are rate limited per
+ * call site: a burst spends only its own site's budget. An answer whose
+ * owner name points at itself nests one error per pointer, from a single
+ * site; the answer's and the message's own lines still print after them,
+ * in the same window as an earlier flood of another failure.
+ */
+TEST_F(ParserTest, DnsFailureWarningsAreRateLimitedPerSite)
 {
-	Heap h(Dns().query().qdcount(1).raw({9, 'x'}).build());
+	Heap bad_query(Dns().query().qdcount(1).raw({9, 'x'}).build());
+	Dns loop;
+	loop.response().question("www.example.com");
+	loop.a(msg::ptr(loop.here()), kIp1);
+	Heap looping(loop.build());
 	pkt_info pkt{};
 
 	debug_level = 1;
 	fresh_ratelimit();
 	for (int i = 0; i < 100; i++)
-		vy_parse_dns(kMac.data(), &pkt, h.data(), h.size(), 0);
-	const auto lines = logs();
+		vy_parse_dns(kMac.data(), &pkt, bad_query.data(), bad_query.size(), 0);
+	auto lines = logs();
 	EXPECT_GE(lines.size(), 1u);
 	EXPECT_LT(lines.size(), 100u);
 	for (const auto &l : lines)
 		EXPECT_EQ(l, kQueryFailed);
+
+	vy_parse_dns(kMac.data(), &pkt, looping.data(), looping.size(), 1);
+	lines = logs();
+	ASSERT_GE(lines.size(), 3u);
+	for (size_t i = 0; i + 2 < lines.size(); i++)
+		EXPECT_EQ(lines[i], "W _vy_parse_dns_domain:_vy_parse_dns_domain() error");
+	EXPECT_EQ(lines[lines.size() - 2], kNameFailed);
+	EXPECT_EQ(lines.back(), kAnswerFailed);
 }
 
 } // namespace

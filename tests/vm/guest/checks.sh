@@ -6,6 +6,7 @@
 check() { step "$@"; }
 skip() { _record "SKIP $1: $2"; }
 klog_has() { klog_since | grep -Eq "$1"; }
+klog_count() { klog_since | grep -Ec "$1"; }
 
 # Lines at warning level or worse (priority & 7 <= 4) since the mark, less the
 # expected notes on loading an unsigned out-of-tree module and the timing
