@@ -162,6 +162,16 @@ std::vector<DhcpCase> cases()
 					     "len = 2 (should be 1)"}));
 	}
 	{
+		const std::string h64(64, 'h');
+		Dhcp d = base();
+		d.type(DISCOVER).hostname(h64);
+		v.push_back({"hostname_of_64", d.build(), FROM_STA, 0,
+			     handed(0, DISCOVER, kZero, h64, 64, kZero, kZero,
+				    kZero),
+			     {notice("DHCPDISCOVER", h64, 64, kZero, kZero,
+				     kZero)}});
+	}
+	{
 		/* A last option of length 0 ends exactly at the message end. */
 		Dhcp d = base();
 		d.type(DISCOVER).option(msg::kOptHostname, {});

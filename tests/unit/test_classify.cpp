@@ -17,6 +17,26 @@ using frames::Udp4;
 
 namespace {
 
+/* A DNS query for one A name. */
+Bytes dns_query(const char *label1, const char *label2)
+{
+	Bytes m = {0x12, 0x34, 0x01, 0x00, 0, 1, 0, 0, 0, 0, 0, 0};
+	for (const char *l : {label1, label2}) {
+		m.push_back((std::uint8_t)std::strlen(l));
+		m.insert(m.end(), l, l + std::strlen(l));
+	}
+	m.insert(m.end(), {0, 0, 1, 0, 1});
+	return m;
+}
+
+std::string mac_text(const frames::Mac &m)
+{
+	char buf[32];
+	std::snprintf(buf, sizeof(buf), "%02x:%02x:%02x:%02x:%02x:%02x", m.b[0],
+		      m.b[1], m.b[2], m.b[3], m.b[4], m.b[5]);
+	return buf;
+}
+
 class Classify : public ModuleTest {
 protected:
 	void SetUp() override
@@ -77,6 +97,31 @@ protected:
 public:
 	vy_dev *br, *wlan, *eth, *vlan1, *vlan2, *vlan3, *ethvlan;
 };
+
+TEST_F(Classify, AddressesAndStationMacFollowDirection)
+{
+	Udp4 q;
+	q.sport = 40000;
+	q.dport = 53;
+	q.payload = dns_query("printer", "lan");
+	Parsed p = parse(q.build(), 0);
+	ASSERT_EQ(p.result, 1);
+	EXPECT_EQ(p.info.saddr[0], 192);
+	EXPECT_EQ(p.info.saddr[3], 100);
+	EXPECT_EQ(p.info.daddr[3], 1);
+	for (int i = 4; i < 16; i++)
+		EXPECT_EQ(p.info.saddr[i] | p.info.daddr[i], 0);
+	/* The query came from the station: its MAC is the Ethernet source. */
+	EXPECT_TRUE(vy_host::log_contains("Device " + mac_text(q.src) +
+					  " does not exist"));
+
+	/* A frame towards a station names it by the Ethernet destination;
+	 * a query going that way is ignored by the parser after that. */
+	debug_level = 4;
+	q.dst = frames::mac(0x77);
+	parse(q.build(), 1);
+	EXPECT_TRUE(vy_host::log_contains("ignore DNS Query to wireless"));
+}
 
 } // namespace
 

@@ -365,4 +365,11 @@ TEST_F(DomainList, DeleteAllFreesEverything)
 	EXPECT_NE(query("a.test"), nullptr);
 }
 
+TEST_F(DomainList, CnameToItselfChangesNothing)
+{
+	EXPECT_EQ(alias("loop.test", "loop.test"), nullptr);
+	EXPECT_EQ(vy_is_domain_hlist_empty(&t), 1);
+	EXPECT_EQ(vy_host::total_allocations(), 0);
+}
+
 } // namespace

@@ -72,6 +72,16 @@ void dhcp(const Mac &m, u32 status, u8 type, u32 ip = 0, u32 server = 0,
 		  0);
 }
 
+// Changes a live entry directly, for values no protocol path produces.
+template <typename F> void poke(const Mac &m, F change)
+{
+	vy_write_guard guard(&vy_sta_table.sta_lock);
+	sta *e = _vy_find_sta(m.b);
+
+	ASSERT_NE(e, nullptr);
+	change(e);
+}
+
 // Error lines of func, without their "func:line:" prefix.
 std::vector<std::string> errors_of(const std::string &func)
 {
@@ -479,6 +489,53 @@ TEST_F(DumpText, StationWhoseDhcpAndDnsTimedOut)
 		  "DNS Latency Average: 0 ms\n"
 		  "Listeners: 0\n"
 		  "n1.example                                                              : (latency: 15 sec timeout)\n");
+}
+
+TEST_F(DumpText, BlocksAtTheEdgeOfTheTextBuffer)
+{
+	const Mac a = mac_of(0x01);
+	join(a.b);
+	const char *host =
+		"abcdefghijklmnopqrstuvwxyz0123456789abcdefghijklmnopqrstuvwxyz01";
+	dhcp(a, VY_STATUS_INVALID, 0, ip4(255, 255, 255, 255), ip4(1, 2, 3, 45),
+	     ip4(1, 2, 3, 45), ip4(10, 0, 0, 1), host);
+	poke(a, [](sta *e) { e->dhcp_latency = 10; });
+
+	const std::string head =
+		"=====================\n"
+		"STA: 02:00:00:00:00:01\n"
+		"Hostname: abcdefghijklmnopqrstuvwxyz0123456789abcdefghijklmnopqrstuvwxyz01\n"
+		"STA IP: 255.255.255.255\n"
+		"DHCP Status: UNKNOWN\n"
+		"DHCP Type: \n"
+		"DHCP Server: 1.2.3.45\n"
+		"DHCP Latency: 10 ms\n"
+		"DHCP Reason: \n"
+		"Gateway: 1.2.3.45\n"
+		"DNS Status: UNKNOWN\n"
+		"DNS: 10.0.0.1\n"
+		"DNS Latest Latency: 0 ms\n";
+
+	// 349 characters fit whole; at 350 the last newline has no room left
+	// beside the NUL.
+	struct Case {
+		u32 avg;
+		std::string block;
+	} cases[] = {
+		{0, head + "DNS Latency Average: 0 ms\nListeners: 2\n"},
+		{10, head + "DNS Latency Average: 10 ms\nListeners: 2"},
+	};
+	ASSERT_EQ(cases[0].block.size(), 349u);
+	ASSERT_EQ(cases[1].block.size(), 349u);
+	for (const Case &c : cases) {
+		SCOPED_TRACE(c.avg);
+		poke(a, [&](sta *e) { e->dns_latency_avg = c.avg; });
+		Dev d(VY_CHRDEV_DUMP);
+		ASSERT_TRUE(d.ok());
+		d.read(351);
+		EXPECT_EQ(d.read(351), c.block);
+		EXPECT_EQ(d.read(351), "");
+	}
 }
 
 } // namespace

@@ -140,4 +140,31 @@ TEST_F(StaTableTest, FailedAllocationAtJoinChangesNothing)
 }
 
 
+TEST_F(StaTableTest, ReleaseBeyondTheEntryIsClampedAndLogged)
+{
+	const Mac a = mac_of(11, 1);
+
+	vy_add_sta_entry(a.b, "wlan0");
+	{
+		vy_write_guard guard(&vy_sta_table.sta_lock);
+		sta *e = _vy_find_sta(a.b);
+
+		_vy_del_listeners(e, 1);
+		_vy_del_listeners(e, 2);
+		EXPECT_EQ(e->listeners, 0);
+		EXPECT_EQ(vy_read_listeners(), 0);
+
+		// A count that disagrees with the total drives it negative: it
+		// is reported and left as it is.
+		e->listeners = 3;
+		_vy_del_listeners(e, 3);
+		EXPECT_EQ(vy_read_listeners(), -3);
+		vy_write_once(vy_listeners, 0);
+	}
+	EXPECT_TRUE(logged(VY_LOG_ERR, "_vy_del_listeners",
+			   "sta->listeners 1  < substacted listener_num 2 (total listeners = 1)"));
+	EXPECT_TRUE(logged(VY_LOG_ERR, "_vy_del_listeners",
+			   "vy_listeners become negative value -3 somehow (decrease num = 3, sta->listeners = 0)"));
+}
+
 } // namespace
