@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "module_fixture.h"
+#include "station_support.h"
 #include "vy_dump.h"
 #include "vy_host.h"
 #include "vy_sta_list.h"
@@ -27,24 +28,7 @@ bool has_sta(const Mac &m)
 	return _vy_find_sta(m.b) != nullptr;
 }
 
-// Log texts of func at level, without their "func:line:" or "func[line]:"
-// prefix.
-std::vector<std::string> logs_of(int level, const std::string &func)
-{
-	std::vector<std::string> out;
-
-	for (const std::string &l : vy_host::log_lines(level)) {
-		if (l.compare(0, func.size(), func) != 0 || l.size() <= func.size())
-			continue;
-		char open = l[func.size()];
-		size_t end = open == '[' ? l.find("]:", func.size())
-					 : l.find(':', func.size() + 1);
-		if ((open != '[' && open != ':') || end == std::string::npos)
-			continue;
-		out.push_back(l.substr(end + (open == '[' ? 2 : 1)));
-	}
-	return out;
-}
+using station::logs_of;
 
 const std::vector<std::string> kHelp = {
 	"(1) Enable/Disable debug mode to keep listening: echo -n \"force_listen 1/0\" > /dev/vy_summary",
