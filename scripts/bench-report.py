@@ -685,6 +685,35 @@ def section_vm(vmdir):
     return "\n".join(out)
 
 
+VM_HEADING = "## 5. Throughput in the real kernel"
+VM_CARRIED = ("(Carried over from the previous BENCHMARKS.md: `make bench-vm` has not "
+              "run on this tree since; its own date is above.)")
+
+
+def carry_vm(path):
+    """The VM section and goal rows of the file written before, when this tree
+    has no VM results: make bench and make bench-vm run apart, and one must not
+    erase what the other measured. None when there is nothing measured to keep."""
+    if not path or path == "-" or not os.path.exists(path):
+        return None
+    with open(path) as f:
+        text = f.read()
+    m = re.search(r"^%s\n.*?(?=^## |\Z)" % re.escape(VM_HEADING), text, re.S | re.M)
+    if not m or "\nMeasured " not in m.group(0):
+        return None
+    section = m.group(0).rstrip()
+    if VM_CARRIED not in section:
+        section += "\n\n" + VM_CARRIED
+    rows = []
+    for line in text.split("\n"):
+        cells = [c.strip() for c in line.strip().strip("|").split("|")]
+        if len(cells) == 4 and cells[0].endswith("in the VM"):
+            rows.append(cells)
+        if line.startswith("## 1."):
+            break
+    return section, rows
+
+
 PROFILES = [
     ("ignore_non_udp", "TCP frame from a station through `vy_br_pre_routing_hook`"),
     ("ignore_wired", "wired-to-wired frame through `vy_br_pre_routing_hook`"),
@@ -769,6 +798,11 @@ def main():
     parsers = runs.get("veyra_bench_parsers")
 
     vm_text = section_vm(args.vm)
+    if not VM_GOALS:
+        carried = carry_vm(args.output)
+        if carried:
+            vm_text = carried[0]
+            VM_GOALS.extend(carried[1])
     icount = load_icount(args.results)
     parts = [
         "# Benchmarks",
