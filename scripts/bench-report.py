@@ -234,8 +234,8 @@ NOT_MET = {
         "for UDP), and let the classification hand the IPv4 header on instead of "
         "finding it again."),
     "dns_noop_vs": (
-        "veyra's parser spends most of its instructions in `_vy_parse_dns_domain` "
-        "(section 6): the labels it copies, and the checks before each read. The "
+        "Section 6 shows where veyra's parser spends its instructions (reading the "
+        "question and the records, with the name decoder, mostly inlined there). The "
         "times of all three parsers move from run to run on a shared host (the peers', "
         "which allocate and free for every record, by up to 2x between machines of "
         "the same kind), so a time ratio missed narrowly while the instruction ratio "
