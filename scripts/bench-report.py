@@ -232,7 +232,9 @@ NOT_MET = {
         "plain one. What would close the gap, without changing any behaviour, in "
         "`src/vy_hook.cpp`: test the protocol before the copies (they are only read "
         "for UDP), and let the classification hand the IPv4 header on instead of "
-        "finding it again."),
+        "finding it again. Both sides take a few nanoseconds per frame, so the ratio "
+        "also moves with the machine and its load, by tenths from run to run on a "
+        "shared host: a ratio near the goal says little on its own."),
     "dns_noop_vs": (
         "Section 6 shows where veyra's parser spends its instructions (reading the "
         "question and the records, with the name decoder, mostly inlined there). The "
