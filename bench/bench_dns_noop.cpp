@@ -59,9 +59,12 @@ void veyra_corpus(benchmark::State &state)
 BENCHMARK(veyra_corpus)->Name(kVeyra);
 
 #ifdef VY_BENCH_PEERS
-VY_RATIO("dns_noop_vs_ldns", "ldns / veyra (no-op sink), DNS corpus",
-	 dns_peers::kLdns, kVeyra, "", vy_bench::GoalKind::AtLeast, 10.0);
-VY_RATIO("dns_noop_vs_cares", "c-ares / veyra (no-op sink), DNS corpus",
+/* By time. The goals by instructions, which the load of a shared machine
+ * does not move, are 10x and 3x (bench/icount_dns.cpp); the time goal
+ * against ldns leaves room for what the load does to both sides. */
+VY_RATIO("dns_noop_vs_ldns", "ldns / veyra (no-op sink), DNS corpus, time",
+	 dns_peers::kLdns, kVeyra, "", vy_bench::GoalKind::AtLeast, 8.0);
+VY_RATIO("dns_noop_vs_cares", "c-ares / veyra (no-op sink), DNS corpus, time",
 	 dns_peers::kCares, kVeyra, "", vy_bench::GoalKind::AtLeast, 3.0);
 #endif
 

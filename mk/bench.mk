@@ -3,7 +3,9 @@
 # own; and bridge throughput in the real kernel, in the VM.
 #
 #   make bench           run every host benchmark, print each comparison as
-#                        a ratio, and rewrite BENCHMARKS.md from the results
+#                        a ratio, count the DNS parsers' instructions per
+#                        message under callgrind, and rewrite BENCHMARKS.md
+#                        from the results
 #   make bench-vm        iperf3 across the VM's bridge with veyra unloaded,
 #                        loaded but unhooked, and hooked (the guest script
 #                        bench/vm/bench-throughput.sh); rewrites BENCHMARKS.md
@@ -25,6 +27,10 @@ BENCH_VM_ICOUNT ?= 0
 BENCH_ARGS ?= --benchmark_repetitions=3 --benchmark_enable_random_interleaving=true \
 	--benchmark_display_aggregates_only=true
 BENCH_BINARIES = veyra_bench_parsers veyra_bench
+# Instructions per message over the DNS corpus (bench/icount_dns.cpp): a
+# figure that does not move with the machine's load, unlike the times.
+BENCH_ICOUNT = $(BENCH_BUILD)/bench/veyra_icount_dns
+BENCH_ICOUNT_OUT = $(BENCH_OUT)/icount
 BENCH_REPORT = scripts/bench-report.py --results $(BENCH_OUT) --vm $(BENCH_VM_OUT) \
 	--output BENCHMARKS.md
 
@@ -37,7 +43,7 @@ $(BENCH_BUILD)/CMakeCache.txt:
 	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DVY_SANITIZE=OFF
 
 bench-build: bench-deps $(BENCH_BUILD)/CMakeCache.txt
-	cmake --build $(BENCH_BUILD) -j$(JOBS) --target $(BENCH_BINARIES)
+	cmake --build $(BENCH_BUILD) -j$(JOBS) --target $(BENCH_BINARIES) veyra_icount_dns
 
 bench: bench-build
 	@mkdir -p $(BENCH_OUT)
@@ -47,6 +53,12 @@ bench: bench-build
 			--benchmark_out=$(BENCH_OUT)/$$b.json --benchmark_out_format=json \
 			--vy_ratios_out=$(BENCH_OUT)/$$b.ratios.json; \
 	done
+	@echo "== veyra_icount_dns (callgrind)"
+	@rm -rf $(BENCH_ICOUNT_OUT) && mkdir -p $(BENCH_ICOUNT_OUT)
+	@valgrind --tool=callgrind --collect-atstart=no \
+		--callgrind-out-file=$(BENCH_ICOUNT_OUT)/callgrind.out \
+		$(BENCH_ICOUNT) $(BENCH_ICOUNT_OUT)/icount.json \
+		> $(BENCH_ICOUNT_OUT)/run.log 2>&1 || { tail -n 20 $(BENCH_ICOUNT_OUT)/run.log >&2; exit 1; }
 	@$(BENCH_REPORT)
 
 bench-profile: bench-build
