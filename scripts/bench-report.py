@@ -301,8 +301,8 @@ def section_ignore(run):
            "protocol, UDP ports) and the bounds checks that make them safe, through the "
            "same platform calls. The goal is the hook within 1.5x of the floor. "
            "Allocations and lock acquisitions per frame are counted by the host "
-           "platform during the timed loop (`tests/unit/test_hot_path.cpp` asserts "
-           "that they are zero, and that no line is logged and the frame is untouched).",
+           "platform during the timed loop (`tests/unit/test_classify.cpp` asserts "
+           "that ignored frames take none).",
            ""]
     kinds = [("wired_to_wired", "DNS query between two wired ports"),
              ("non_ipv4", "IPv6 frame from a station"),
