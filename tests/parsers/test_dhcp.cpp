@@ -200,6 +200,9 @@ std::vector<DhcpCase> cases()
 	const Cut cuts[] = {
 		{"cut_type_byte", {msg::kOptMessageType, 1},
 		 msg::kOptMessageType},
+		/* the longest name that is kept, with two of its bytes */
+		{"cut_hostname_of_64", {msg::kOptHostname, 64, 'a', 'b'},
+		 msg::kOptHostname},
 	};
 	for (const Cut &c : cuts) {
 		Dhcp d = base();
