@@ -93,6 +93,7 @@ inline std::string repeat(char c, size_t n)
 
 constexpr std::uint16_t kTypeA = 1;
 constexpr std::uint16_t kTypeCname = 5;
+constexpr std::uint16_t kTypeAaaa = 28;
 constexpr std::uint16_t kTypeRrsig = 46;
 constexpr std::uint16_t kQuestionOffset = 12;
 
@@ -210,7 +211,9 @@ private:
 /* ---- DHCP messages ------------------------------------------------------ */
 
 constexpr size_t kDhcpFixed = 240;
+constexpr size_t kDhcpMax = 552;
 
+constexpr std::uint8_t kOptPad = 0;
 constexpr std::uint8_t kOptRouter = 3;
 constexpr std::uint8_t kOptDns = 6;
 constexpr std::uint8_t kOptHostname = 12;

@@ -137,15 +137,81 @@ std::vector<DhcpCase> cases()
 				     kReq));
 		v.push_back(accepted("type_9" + d, full(9), dir, 9, 3, kReq));
 	}
+	v.push_back(accepted("discover", full(DISCOVER), FROM_STA, DISCOVER, 0,
+			     kReq));
+	v.push_back(accepted("discover_without_requested_address",
+			     full(DISCOVER, false), FROM_STA, DISCOVER, 0,
+			     kZero));
 	v.push_back(dropped("discover_to_sta", DISCOVER, TO_STA,
 			    "receive DHCP DISCOVER which goes to a wireless interface."));
 	v.push_back(accepted("offer", full(OFFER), TO_STA, OFFER, 0, kYi));
 	v.push_back(dropped("offer_from_sta", OFFER, FROM_STA,
 			    "receive DHCP OFFER which goes from a wireless interface."));
+	v.push_back(accepted("request_with_requested_address", full(REQUEST),
+			     FROM_STA, REQUEST, 0, kReq));
+	v.push_back(accepted("request_without_requested_address",
+			     full(REQUEST, false), FROM_STA, REQUEST, 0, kCi));
+	{
+		Dhcp d = base();
+		d.type(REQUEST)
+			.addr_option(msg::kOptRequestedIp, kZero)
+			.addr_option(msg::kOptServerId, kSrv)
+			.addr_option(msg::kOptRouter, kGw)
+			.addr_option(msg::kOptDns, kDns)
+			.hostname("sta1");
+		v.push_back(accepted("request_with_requested_address_zero", d,
+				     FROM_STA, REQUEST, 0, kCi));
+	}
 	v.push_back(dropped("request_to_sta", REQUEST, TO_STA,
 			    "receive DHCP REQUEST which goes to a wireless interface."));
+	v.push_back(accepted("ack", full(ACK), TO_STA, ACK, 1, kYi));
+	{
+		Dhcp d = full(ACK);
+		d.yiaddr(kZero);
+		v.push_back(accepted("ack_without_address", d, TO_STA, ACK, 3,
+				     kZero));
+	}
+	v.push_back(dropped("ack_from_sta", ACK, FROM_STA,
+			    "receive DHCP ACK which goes from a wireless interface."));
+	v.push_back(accepted("type_200_is_unknown", full(200), FROM_STA, 200, 3,
+			     kReq));
 
 	/* ---- size range and cookie ---- */
+	{
+		Dhcp d = base();
+		Bytes m = d.build();
+		m.resize(239);
+		v.push_back({"size_239", m, FROM_STA, -1, std::nullopt,
+			     {kDbg + "invalid option length. dhcp_len = 239, "
+				     "sizeof(dhcp_packet_t) = 240, option_length -1"}});
+	}
+	v.push_back({"size_553", full(DISCOVER).pad_to(553).build(), FROM_STA,
+		     -1, std::nullopt,
+		     {kDbg + "invalid option length. dhcp_len = 553, "
+			     "sizeof(dhcp_packet_t) = 240, option_length 313"}});
+	v.push_back({"size_0", Bytes(), FROM_STA, -1, std::nullopt,
+		     {kDbg + "invalid option length. dhcp_len = 0, "
+			     "sizeof(dhcp_packet_t) = 240, option_length -240"}});
+	v.push_back({"size_240_no_options", base().build(), FROM_STA, 0,
+		     handed(3, 0, kZero, "", 0, kZero, kZero, kZero),
+		     {notice("", "", 0, kZero, kZero, kZero)}});
+	v.push_back(accepted("size_552", full(DISCOVER).pad_to(552), FROM_STA,
+			     DISCOVER, 0, kReq));
+	{
+		/* Options up to the very last byte of the largest message. */
+		Dhcp d = base();
+		d.type(DISCOVER)
+			.addr_option(msg::kOptRequestedIp, kReq)
+			.addr_option(msg::kOptServerId, kSrv)
+			.addr_option(msg::kOptRouter, kGw)
+			.addr_option(msg::kOptDns, kDns)
+			.hostname("sta1")
+			.pad_to(msg::kDhcpMax - 6)
+			.addr_option(msg::kOptRouter, kGw);
+		EXPECT_EQ(d.size(), msg::kDhcpMax);
+		v.push_back(accepted("option_ends_at_552", d, FROM_STA, DISCOVER, 0,
+				     kReq));
+	}
 	v.push_back({"bad_cookie",
 		     full(DISCOVER).cookie({0x63, 0x82, 0x53, 0x64}).build(),
 		     FROM_STA, -1, std::nullopt,
@@ -155,11 +221,42 @@ std::vector<DhcpCase> cases()
 	/* ---- options ---- */
 	{
 		Dhcp d = base();
+		d.type(DISCOVER)
+			.addr_option(msg::kOptServerId, {9, 9, 9, 9})
+			.hostname("sta1")
+			.addr_option(msg::kOptServerId, kSrv)
+			.type(RELEASE)
+			.addr_option(msg::kOptRouter, kGw)
+			.addr_option(msg::kOptDns, kDns)
+			.addr_option(msg::kOptRequestedIp, kReq);
+		v.push_back(accepted("repeated_options_last_wins", d, TO_STA,
+				     RELEASE, 0, kReq));
+	}
+	{
+		Dhcp d = base();
 		d.type(DISCOVER).option(msg::kOptMessageType, {NACK, NACK});
 		v.push_back(accepted("type_option_of_length_2_ignored",
 				     collected(d), FROM_STA, DISCOVER, 0, kReq,
 				     {kDbg + "invalid dhcp option: MESSAGE_TYPE(53) "
 					     "len = 2 (should be 1)"}));
+	}
+	{
+		Dhcp d = base();
+		d.option(msg::kOptMessageType, {NACK, NACK})
+			.addr_option(msg::kOptServerId, kSrv);
+		v.push_back({"only_type_option_of_length_2", d.build(), FROM_STA,
+			     0, handed(3, 0, kZero, "", 0, kSrv, kZero, kZero),
+			     {kDbg + "invalid dhcp option: MESSAGE_TYPE(53) len = 2 "
+				     "(should be 1)",
+			      notice("", "", 0, kZero, kSrv, kZero)}});
+	}
+	{
+		/* A last option of length 0 ends exactly at the message end. */
+		Dhcp d = base();
+		d.type(DISCOVER).option(msg::kOptHostname, {});
+		v.push_back({"zero_length_last_option", d.build(), FROM_STA, 0,
+			     handed(0, DISCOVER, kZero, "", 0, kZero, kZero, kZero),
+			     {notice("DHCPDISCOVER", "", 0, kZero, kZero, kZero)}});
 	}
 	{
 		const std::string h64(64, 'h');
@@ -172,12 +269,24 @@ std::vector<DhcpCase> cases()
 				     kZero)}});
 	}
 	{
-		/* A last option of length 0 ends exactly at the message end. */
 		Dhcp d = base();
-		d.type(DISCOVER).option(msg::kOptHostname, {});
-		v.push_back({"zero_length_last_option", d.build(), FROM_STA, 0,
-			     handed(0, DISCOVER, kZero, "", 0, kZero, kZero, kZero),
-			     {notice("DHCPDISCOVER", "", 0, kZero, kZero, kZero)}});
+		d.type(DISCOVER).hostname("first").hostname(std::string(65, 'h'));
+		v.push_back({"hostname_of_65_ignored", d.build(), FROM_STA, 0,
+			     handed(0, DISCOVER, kZero, "first", 5, kZero, kZero,
+				    kZero),
+			     {kDbg + "invalid dhcp option: hostname len 65 >= 65",
+			      notice("DHCPDISCOVER", "first", 5, kZero, kZero,
+				     kZero)}});
+	}
+	{
+		Dhcp d = base();
+		d.type(DISCOVER).hostname("abcdef").hostname("xy");
+		v.push_back({"shorter_hostname_overwrites_the_start", d.build(),
+			     FROM_STA, 0,
+			     handed(0, DISCOVER, kZero, "xycdef", 2, kZero,
+				    kZero, kZero),
+			     {notice("DHCPDISCOVER", "xycdef", 2, kZero, kZero,
+				     kZero)}});
 	}
 	{
 		Dhcp d = base();
@@ -190,6 +299,44 @@ std::vector<DhcpCase> cases()
 		v.push_back(accepted("two_routers_and_servers_give_the_first", d,
 				     TO_STA, ACK, 1, kYi));
 	}
+	{
+		/* An address option's length byte is not examined: its first
+		 * four bytes are taken, then the walk skips the length. */
+		Dhcp d = base();
+		d.type(DISCOVER).raw({msg::kOptRequestedIp, 2, 10, 9, 0, 0,
+				      msg::kOptEnd});
+		v.push_back({"address_option_length_not_examined", d.build(),
+			     FROM_STA, 0,
+			     handed(0, DISCOVER, {10, 9, 0, 0}, "", 0, kZero,
+				    kZero, kZero),
+			     {notice("DHCPDISCOVER", "", 0, {10, 9, 0, 0}, kZero,
+				     kZero)}});
+	}
+	{
+		Dhcp d = base();
+		d.raw({msg::kOptPad})
+			.type(DISCOVER)
+			.raw({msg::kOptPad, msg::kOptPad, msg::kOptPad})
+			.addr_option(msg::kOptServerId, kSrv)
+			.raw({msg::kOptPad})
+			.hostname("sta1");
+		v.push_back({"pad_is_one_byte", d.build(), FROM_STA, 0,
+			     handed(0, DISCOVER, kZero, "sta1", 4, kSrv, kZero,
+				    kZero),
+			     {notice("DHCPDISCOVER", "sta1", 4, kZero, kSrv,
+				     kZero)}});
+	}
+	{
+		Dhcp d = base();
+		d.type(DISCOVER)
+			.raw({msg::kOptEnd})
+			.hostname("late")
+			.addr_option(msg::kOptServerId, kSrv);
+		v.push_back({"end_ends_the_walk", d.build(), FROM_STA, 0,
+			     handed(0, DISCOVER, kZero, "", 0, kZero, kZero,
+				    kZero),
+			     {notice("DHCPDISCOVER", "", 0, kZero, kZero, kZero)}});
+	}
 
 	/* ---- the last option cut short by the payload ---- */
 	struct Cut {
@@ -198,8 +345,15 @@ std::vector<DhcpCase> cases()
 		int code; /* -1: no message (nothing of it is read) */
 	};
 	const Cut cuts[] = {
+		{"cut_length_byte", {msg::kOptServerId}, msg::kOptServerId},
+		{"cut_address", {msg::kOptServerId, 4, 1, 2}, msg::kOptServerId},
+		{"cut_address_short_length", {msg::kOptRouter, 1, 1, 2},
+		 msg::kOptRouter},
 		{"cut_type_byte", {msg::kOptMessageType, 1},
 		 msg::kOptMessageType},
+		{"cut_hostname", {msg::kOptHostname, 5, 'a', 'b'},
+		 msg::kOptHostname},
+		{"cut_unknown_option", {77, 10, 1}, -1},
 		/* the longest name that is kept, with two of its bytes */
 		{"cut_hostname_of_64", {msg::kOptHostname, 64, 'a', 'b'},
 		 msg::kOptHostname},

@@ -88,18 +88,39 @@ std::vector<DnsCase> cases()
 	/* ---- size, header and direction ---- */
 	v.push_back({"header_only", Bytes(12, 0), 0, -1, {},
 		     {"D vy_parse_dns:invalid dns body length = 0"}});
+	v.push_back({"empty", Bytes(), 1, -1, {},
+		     {"D vy_parse_dns:invalid dns body length = -12"}});
 	v.push_back({"thirteen_bytes_reach_the_question",
 		     Dns().query().qdcount(1).raw({0}).build(), 0, 0, {},
 		     {"I vy_parse_dns_query:" + kCorrupt + "{@12} + 4 > {end}",
 		      kQueryFailed}});
+	v.push_back({"qdcount_0", Dns().query().qdcount(0).question(www).build(),
+		     0, 0, {},
+		     {"D " + kPkt + "do not support query count(0) > 1 or = 0"}});
 	v.push_back({"qdcount_2",
 		     Dns().query().question(www).question("a.b").build(), 0, 0,
 		     {}, {"D " + kPkt + "do not support query count(2) > 1 or = 0"}});
+	v.push_back({"query_to_wireless", Dns().query().question(www).build(), 1,
+		     0, {}, {"D " + kPkt + "ignore DNS Query to wireless"}});
 	v.push_back({"response_from_wireless",
 		     Dns().response().question(www).a(ptr(kQ), kIp1).build(), 0,
 		     0, {}, {"D " + kPkt + "ignore DNS Answer not to wireless"}});
 
 	/* ---- the question ---- */
+	v.push_back({"query_three_labels",
+		     Dns().query().question("abc.example.com").build(), 0, 0,
+		     {query_call("abc.example.com")},
+		     {query_line("abc.example.com")}});
+	v.push_back({"root_question", Dns().query().question("").build(), 0, 0,
+		     {query_call("")}, {query_line("")}});
+	v.push_back({"question_127_characters",
+		     Dns().query().question(a63 + "." + b63).build(), 0, 0,
+		     {query_call(a63 + "." + b63)},
+		     {query_line(a63 + "." + b63)}});
+	v.push_back({"question_label_beyond_127_dropped",
+		     Dns().query().question(a63 + "." + b63 + ".c").build(), 0,
+		     0, {query_call(a63 + "." + b63)},
+		     {query_line(a63 + "." + b63)}});
 	v.push_back({"question_later_labels_dropped_too",
 		     Dns().query()
 			     .question(x60 + "." + y60 + "." + repeat('z', 10) +
@@ -107,10 +128,54 @@ std::vector<DnsCase> cases()
 			     .build(),
 		     0, 0, {query_call(x60 + "." + y60)},
 		     {query_line(x60 + "." + y60)}});
+	v.push_back({"question_label_past_the_end",
+		     Dns().query().qdcount(1).raw({5, 'a', 'b'}).build(), 0, 0,
+		     {},
+		     {"I vy_parse_dns_query:" + kCorrupt + "{@12} + 5 > {end}",
+		      kQueryFailed}});
+	v.push_back({"question_pointer_is_a_length",
+		     Dns().query().qdcount(1).raw(ptr(kQ) + Bytes(8, 0)).build(),
+		     0, 0, {},
+		     {"I vy_parse_dns_query:" + kCorrupt + "{@12} + 192 > {end}",
+		      kQueryFailed}});
+	v.push_back({"question_type_cut",
+		     Dns().query().qdcount(1).raw(name("ab") + Bytes{0, 1, 0})
+			     .build(),
+		     0, 0, {},
+		     {"I vy_parse_dns_query:" + kCorrupt + "{@15} + 4 > {end}",
+		      kQueryFailed}});
+	v.push_back({"aaaa_query", Dns().query().question(www, msg::kTypeAaaa)
+					   .build(),
+		     0, 0, {},
+		     {"D " + kPkt + "ignore dns type 28 (only support query type A: 1)"}});
+	v.push_back({"aaaa_response_with_records",
+		     Dns().response()
+			     .question(name(www), msg::kTypeAaaa)
+			     .a(ptr(kQ), kIp1)
+			     .build(),
+		     1, 0, {},
+		     {"D " + kPkt + "ignore dns type 28 (only support query type A: 1)"}});
+	v.push_back({"aaaa_response_with_rcode_3",
+		     Dns().response(3).question(name(www), msg::kTypeAaaa).build(),
+		     1, 0, {},
+		     {"D " + kPkt + "ignore dns type 28 (only support query type A: 1)"}});
 
 	/* ---- error responses ---- */
+	v.push_back({"rcode_3_no_records", Dns().response(3).question(www).build(),
+		     1, 0, {fake_sta::reject_domain(kMac, www, 15, 3)},
+		     {"I " + kPkt + "DNS Answer: " + www + " fails with RCODE = 3"}});
+	v.push_back({"rcode_3_ignores_ancount",
+		     Dns().response(3).question(www).ancount(2).raw({0xC0}).build(),
+		     1, 0, {fake_sta::reject_domain(kMac, www, 15, 3)},
+		     {"I " + kPkt + "DNS Answer: " + www + " fails with RCODE = 3"}});
+	v.push_back({"rcode_15_with_a_record",
+		     Dns().response(15).question(www).a(ptr(kQ), kIp1).build(), 1,
+		     0, {fake_sta::reject_domain(kMac, www, 15, 15)},
+		     {"I " + kPkt + "DNS Answer: " + www + " fails with RCODE = 15"}});
 
 	/* ---- the answer walk ---- */
+	v.push_back({"no_records", Dns().response().question(www).build(), 1, 0,
+		     {}, {}});
 	{
 		Dns d;
 		d.response().question(www);
@@ -134,6 +199,44 @@ std::vector<DnsCase> cases()
 		     1, 0, {ip_call(www, kIp1), ip_call(www, kIp2)},
 		     {a_line(www, "198.51.100.7"), "D " + kAns + "ignore dns type 46",
 		      a_line(www, "203.0.113.9")}});
+	v.push_back({"a_rdlength_6_first_four_bytes",
+		     Dns().response()
+			     .question(www)
+			     .record(ptr(kQ), msg::kTypeA, {10, 1, 2, 3, 4, 5})
+			     .a(ptr(kQ), kIp2)
+			     .build(),
+		     1, 0, {ip_call(www, Ip{10, 1, 2, 3}), ip_call(www, kIp2)},
+		     {a_line(www, "10.1.2.3"), a_line(www, "203.0.113.9")}});
+	v.push_back({"uncompressed_owner",
+		     Dns().response().question(www).a(name("other.org"), kIp1)
+			     .build(),
+		     1, 0, {ip_call("other.org", kIp1)},
+		     {a_line("other.org", "198.51.100.7")}});
+	v.push_back({"owner_truncated_to_leading_labels",
+		     Dns().response()
+			     .question(www)
+			     .a(name(x60 + "." + y60 + "." + repeat('z', 10)), kIp1)
+			     .build(),
+		     1, 0,
+		     {fake_sta::add_domain_ip(kMac, x60 + "." + y60, 121,
+					      ip_value(kIp1))},
+		     {"I _vy_parse_dns_domain:domain length > the max size 128 "
+		      "(partial domain = " + x60 + "." + y60 +
+			      ", 121 + 10 + 1 >= 128)",
+		      a_line(x60 + "." + y60, "198.51.100.7")}});
+	{
+		Dns d;
+		d.response().question(www).a(ptr(kQ), kIp1).a(ptr(kQ), kIp2)
+			.ancount(3);
+		const size_t len = d.build().size();
+		v.push_back({"ancount_larger_than_records", d.build(), 1, 0,
+			     {ip_call(www, kIp1), ip_call(www, kIp2)},
+			     {a_line(www, "198.51.100.7"),
+			      a_line(www, "203.0.113.9"),
+			      "I _vy_parse_dns_domain:" + kCorrupt + "{@" +
+				      std::to_string(len) + "} + 0 > {end}",
+			      kNameFailed, kAnswerFailed}});
+	}
 	{
 		Dns d;
 		d.response().question(www).a(ptr(kQ), kIp1).ancount(2);
@@ -144,6 +247,17 @@ std::vector<DnsCase> cases()
 			     {a_line(www, "198.51.100.7"),
 			      "I _vy_parse_dns_domain:" + kCorrupt + "{@" +
 				      std::to_string(owner) + "} + 10 > {end}",
+			      kNameFailed, kAnswerFailed}});
+	}
+	{
+		Dns d;
+		d.response().question(www).ancount(1);
+		const u16 owner = d.here();
+		d.raw({0xC0});
+		v.push_back({"owner_pointer_second_byte_past_the_end", d.build(),
+			     1, 0, {},
+			     {"I _vy_parse_dns_domain:" + kCorrupt + "{@" +
+				      std::to_string(owner) + "} + 1 > {end}",
 			      kNameFailed, kAnswerFailed}});
 	}
 	{
@@ -168,6 +282,61 @@ std::vector<DnsCase> cases()
 	}
 
 	/* ---- CNAME targets ---- */
+	v.push_back({"cname_target_pointer_to_question",
+		     Dns().response().question(www)
+			     .cname(ptr(kQ), name_ptr("edge", kQ))
+			     .build(),
+		     1, 0, {cname_call(www, "edge." + www)},
+		     {cname_line(www, "edge." + www)}});
+	{
+		Dns d;
+		d.response().question(www);
+		d.record(ptr(kQ), msg::kTypeCname, name("alias.net"), 200)
+			.ancount(2);
+		const size_t len = d.build().size();
+		v.push_back({"cname_rdata_past_the_message", d.build(), 1, 0,
+			     {cname_call(www, "alias.net")},
+			     {cname_line(www, "alias.net"),
+			      "I _vy_parse_dns_domain:" + kCorrupt + "{@" +
+				      std::to_string(len) + "} + 0 > {end}",
+			      kNameFailed, kAnswerFailed}});
+	}
+	{
+		/* RDLENGTH reaches past the message and the target's label
+		 * past its end: the message's end bounds it. */
+		Dns d;
+		d.response().question(www);
+		const u16 rdata = static_cast<u16>(d.here() + 2 + 10);
+		d.record(ptr(kQ), msg::kTypeCname, {5, 'a', 'l', 'i'}, 50);
+		v.push_back({"cname_target_cut_by_the_message", d.build(), 1, 0,
+			     {},
+			     {"I _vy_parse_dns_domain:" + kCorrupt + "{@" +
+				      std::to_string(rdata) + "} + 5 > {end}",
+			      kNameFailed, kAnswerFailed}});
+	}
+	{
+		Dns d;
+		d.response().question(www);
+		const u16 rdata = static_cast<u16>(d.here() + 2 + 10);
+		d.record(ptr(kQ), msg::kTypeCname, name("alias.net"), 4)
+			.a(ptr(kQ), kIp1);
+		v.push_back({"cname_target_longer_than_rdata", d.build(), 1, 0, {},
+			     {"I _vy_parse_dns_domain:" + kCorrupt + "{@" +
+				      std::to_string(rdata) + "} + 5 > {@" +
+				      std::to_string(rdata + 3) + "}",
+			      kNameFailed, kAnswerFailed}});
+	}
+	{
+		Dns d;
+		d.response().question(www);
+		const u16 rdata = static_cast<u16>(d.here() + 2 + 10);
+		d.record(ptr(kQ), msg::kTypeCname, {}).a(ptr(kQ), kIp1);
+		v.push_back({"cname_empty_rdata", d.build(), 1, 0, {},
+			     {"I _vy_parse_dns_domain:" + kCorrupt + "{@" +
+				      std::to_string(rdata) + "} + 0 > {@" +
+				      std::to_string(rdata - 1) + "}",
+			      kNameFailed, kAnswerFailed}});
+	}
 	{
 		/* A pointer out of the RDATA to a later name fails: names a
 		 * target leads to must lie at or before the RDATA's end. */

@@ -372,4 +372,22 @@ TEST_F(DomainList, CnameToItselfChangesNothing)
 	EXPECT_EQ(vy_host::total_allocations(), 0);
 }
 
+TEST(DomainListBucket, SumsTheDocumentedBytes)
+{
+	struct {
+		const char *name;
+		u32 bucket;
+	} cases[] = {
+		{"a", (97u * 3) & 3},                 // byte 0 three times
+		{"ab", (97u + 98 + 98) & 3},          // bytes 0, 1, 1
+		{"abc", (97u + 98 + 99) & 3},         // bytes 0, 1, 2
+		{"abcd", (97u + 98 + 99 + 100) & 3},  // bytes 0, 1, 2, 3
+		{"abcdefg", (97u + 98 + 100 + 103) & 3}, // bytes 0, 1, 3, 6
+	};
+	for (const auto &c : cases)
+		EXPECT_EQ(vy_domain_bucket(c.name, len_of(c.name)), c.bucket)
+			<< c.name;
+	EXPECT_EQ(vy_domain_bucket("abc", 0), 0u);
+}
+
 } // namespace

@@ -298,4 +298,15 @@ TEST_F(DumpInit, AFailedStartUndoesEveryStepBeforeIt)
 	}
 }
 
+TEST_F(DumpCommand, UnreadableUserBytesAreRefused)
+{
+	vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER);
+	EXPECT_EQ(write_cmd("del all"), -VY_EFAULT);
+	EXPECT_EQ(logs_of(VY_LOG_ERR, "vy_dump_dev_write"),
+		  std::vector<std::string>{"copy_from_user error"});
+	EXPECT_TRUE(has_sta(kA));
+	EXPECT_TRUE(has_sta(kB));
+	EXPECT_EQ(helps_printed(), 0);
+}
+
 } // namespace

@@ -538,4 +538,81 @@ TEST_F(DumpText, BlocksAtTheEdgeOfTheTextBuffer)
 	}
 }
 
+TEST_F(DumpText, TypeAndStatusNamesOutsideTheirTables)
+{
+	const Mac a = mac_of(0x01);
+	join(a.b);
+
+	struct Case {
+		u8 type;
+		u32 dhcp_status;
+		u32 dns_status;
+		const char *type_line;
+		const char *dhcp_line;
+		const char *dns_line;
+	} cases[] = {
+		{0, 0, 1, "DHCP Type: \n", "DHCP Status: UNKNOWN\n", "DNS Status: OK\n"},
+		{8, 1, 2, "DHCP Type: DHCPINFORM\n", "DHCP Status: OK\n",
+		 "DNS Status: FAIL\n"},
+		{9, 2, 3, "DHCP Type: UNKNOWN\n", "DHCP Status: FAIL\n",
+		 "DNS Status: INVALID\n"},
+		{10, 3, 4, "DHCP Type: UNKNOWN\n", "DHCP Status: INVALID\n",
+		 "DNS Status: INVALID\n"},
+		{200, 4, 0xffffffffu, "DHCP Type: UNKNOWN\n",
+		 "DHCP Status: INVALID\n", "DNS Status: INVALID\n"},
+		{255, 0x80000000u, 0, "DHCP Type: UNKNOWN\n",
+		 "DHCP Status: INVALID\n", "DNS Status: UNKNOWN\n"},
+	};
+	for (const Case &c : cases) {
+		SCOPED_TRACE(static_cast<int>(c.type));
+		poke(a, [&](sta *e) {
+			e->dhcp_type = c.type;
+			e->dhcp_status = c.dhcp_status;
+			e->dns_status = c.dns_status;
+		});
+		const std::string text = whole_pass(VY_CHRDEV_DUMP);
+		EXPECT_NE(text.find(c.type_line), std::string::npos) << text;
+		EXPECT_NE(text.find(c.dhcp_line), std::string::npos) << text;
+		EXPECT_NE(text.find(c.dns_line), std::string::npos) << text;
+	}
+}
+
+TEST_F(DumpRead, FailedCopyOfTheHeaderGoesOnWithTheStations)
+{
+	const Mac a = mac_of(0x01);
+	join(a.b);
+	Dev d(VY_CHRDEV_SUMMARY);
+	ASSERT_TRUE(d.ok());
+
+	vy_host::fail_at(vy_host::FAIL_COPY_TO_USER);
+	EXPECT_EQ(d.read(4096), "");
+	EXPECT_EQ(errors_of("vy_sta_dump_start"),
+		  std::vector<std::string>{"copy_to_user error (msg = " +
+					   std::string(kSummaryHeader) + ")"});
+	EXPECT_EQ(d.read_all(4096),
+		  "02:00:00:00:00:01    None              UNKNOWN\n");
+}
+
+TEST_F(DumpRead, ClosingInTheMiddleOfAStationFreesItsCopy)
+{
+	const Mac a = mac_of(0x01);
+	join(a.b);
+	for (int i = 0; i < 10; i++) {
+		char name[32];
+		std::snprintf(name, sizeof(name), "n%d.example", i);
+		query(a, name);
+	}
+	const long live = vy_host::live_allocations();
+	{
+		Dev d(VY_CHRDEV_DUMP);
+		ASSERT_TRUE(d.ok());
+		d.read(351);
+		d.read(351);
+		std::string lines = d.read(400);
+		ASSERT_EQ(occurrences(lines, "\n"), 1u) << "one domain line only";
+		EXPECT_GT(vy_host::live_allocations(), live + 10);
+	}
+	EXPECT_EQ(vy_host::live_allocations(), live);
+}
+
 } // namespace

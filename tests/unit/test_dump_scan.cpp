@@ -86,6 +86,7 @@ TEST(DumpCommandScan, AgreesWithTheCLibraryOnChosenLines)
 	const char *lines[] = {
 		"del all",
 		"del sta 02:00:00:00:00:01",
+		"del sta 09:19:29:39:49:99",
 		"del sta 2:0:0:0:0:1",
 		"del sta 0a:1B:2c:3D:4e:F5",
 		"del sta ff:ff:ff:ff:ff:ff\n",
