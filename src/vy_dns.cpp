@@ -176,8 +176,6 @@ static inline const u8 *_vy_parse_dns_domain(const u8 *dns,
 			 * pointer, wherever the pointers lead. */
 			if (!next)
 				next = p + 2;
-			if (hops == 0)
-				*out_len = lvl_len;
 			if (!total_fixed) {
 				total_fixed = lvl_len != 0;
 				total += total_fixed ? lvl_len : pos;
@@ -227,10 +225,11 @@ static inline const u8 *_vy_parse_dns_domain(const u8 *dns,
 	return next;
 
 fail:
-	if (hops == 0)
-		*out_len = lvl_len;
-	/* One line for each pointer that led here, as each level that
-	 * followed one gives up in turn. */
+	/*
+	 * No caller reads the length of a name that failed. One line for
+	 * each pointer that led here, as each level that followed one gives
+	 * up in turn.
+	 */
 	while (hops-- > 0)
 		vy_warn_ratelimited("_vy_parse_dns_domain() error\n");
 	return nullptr;

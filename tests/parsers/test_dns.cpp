@@ -189,6 +189,20 @@ std::vector<DnsCase> cases()
 			     {cname_line(www, "web.cdn.net"),
 			      a_line("web.cdn.net", "198.51.100.7")}});
 	}
+	{
+		/* An owner that points into the question, not at the last
+		 * alias target, is decoded as it stands. */
+		Dns d;
+		d.response().question(www);
+		d.cname(ptr(kQ), name("web.cdn.net"));
+		d.a(ptr(kQ + 4), kIp1);
+		v.push_back({"owner_inside_the_question_after_a_cname", d.build(),
+			     1, 0,
+			     {cname_call(www, "web.cdn.net"),
+			      ip_call("example.com", kIp1)},
+			     {cname_line(www, "web.cdn.net"),
+			      a_line("example.com", "198.51.100.7")}});
+	}
 	v.push_back({"type_46_between_a_records",
 		     Dns().response()
 			     .question(www)
