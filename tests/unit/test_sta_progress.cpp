@@ -363,27 +363,31 @@ TEST_F(DnsProgressTest, RefusedNameChangesNothing)
 {
 	const Mac a = mac_of(8, 1), unknown = mac_of(8, 2);
 	const std::string ms = mac_str(a), mu = mac_str(unknown);
+	// A null name is the empty name, whatever length comes with it.
 	struct Row {
 		const char *func;
-		std::function<s32(const Mac &)> call;
+		std::function<s32(const u8 *)> call;
 		std::string missing, refused;
 	} rows[] = {
-		{"vy_add_sta_domain", [](const Mac &m) { return query(m, ""); },
+		{"vy_add_sta_domain",
+		 [](const u8 *m) { return vy_add_sta_domain(m, nullptr, 5, 0); },
 		 "Device " + mu + " does not exist",
 		 "vy_add_domain_entry() fails, STA = " + ms + ", domain = "},
 		{"vy_add_sta_domain_ip",
-		 [](const Mac &m) { return answer(m, "", ip4(1, 2, 3, 4)); },
+		 [](const u8 *m) {
+			 return vy_add_sta_domain_ip(m, nullptr, 5, ip4(1, 2, 3, 4));
+		 },
 		 "Device " + mu + " does not exist",
 		 "vy_add_domain_ip() fails, STA = " + ms + ", domain = , ip = 1.2.3.4"},
 		{"vy_add_sta_domain_cname",
-		 [](const Mac &m) {
-			 return vy_add_sta_domain_cname(m.b, "", 0, "b.org", 5);
+		 [](const u8 *m) {
+			 return vy_add_sta_domain_cname(m, nullptr, 5, "b.org", 5);
 		 },
 		 "Device " + mu + " does not exist",
 		 "vy_add_domain_cname() fails, STA = " + ms +
 			 ", domain = , cname = b.org"},
 		{"vy_reject_sta_domain",
-		 [](const Mac &m) { return vy_reject_sta_domain(m.b, "", 0, 2); },
+		 [](const u8 *m) { return vy_reject_sta_domain(m, nullptr, 5, 2); },
 		 "STA " + mu + " does not exist",
 		 "vy_reject_domain(): domain is absent. STA = " + ms +
 			 ", domain = , rcode = 2"},
@@ -392,11 +396,18 @@ TEST_F(DnsProgressTest, RefusedNameChangesNothing)
 	join(a);
 	for (const Row &r : rows) {
 		SCOPED_TRACE(r.func);
-		EXPECT_EQ(r.call(unknown), -1);
+		EXPECT_EQ(r.call(unknown.b), -1);
 		EXPECT_TRUE(logged(VY_LOG_WARNING, r.func, r.missing));
-		EXPECT_EQ(r.call(a), -1);
+		EXPECT_EQ(r.call(a.b), -1);
 		EXPECT_TRUE(logged(VY_LOG_WARNING, r.func, r.refused));
+		EXPECT_EQ(r.call(nullptr), -1);
+		EXPECT_TRUE(logged(VY_LOG_ERR, r.func, "sta_mac is null"));
 	}
+	EXPECT_EQ(vy_set_sta_dhcp_status(nullptr, 1, 5, 0, 0, 0, 0, nullptr, 0), -1);
+	EXPECT_TRUE(logged(VY_LOG_ERR, "vy_set_sta_dhcp_status", "sta_mac is null"));
+	EXPECT_EQ(vy_add_sta_entry(nullptr, "wlan0"), -1);
+	EXPECT_TRUE(logged(VY_LOG_ERR, "vy_add_sta_entry", "sta_mac is null"));
+	EXPECT_EQ(vy_get_sta_count(), 1);
 	sta s = snap(a);
 	EXPECT_EQ(s.dns_status, 0u);
 	EXPECT_EQ(s.listeners, 2);
