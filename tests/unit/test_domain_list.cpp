@@ -390,4 +390,23 @@ TEST(DomainListBucket, SumsTheDocumentedBytes)
 	EXPECT_EQ(vy_domain_bucket("abc", 0), 0u);
 }
 
+TEST_F(DomainList, EveryAddressSlotIsReplacedInTurn)
+{
+	const char *n = "eight.example";
+	domain_entry *e = nullptr;
+
+	// 0.0.0.0 is an answer like any other, not an empty slot.
+	answer(n, ip4(10, 0, 0, 1));
+	e = answer(n, ip4(0, 0, 0, 0));
+	ASSERT_NE(e, nullptr);
+	EXPECT_EQ(e->ip_num, 2);
+	for (u8 i = 3; i <= 8; i++)
+		e = answer(n, ip4(10, 0, 0, i));
+	EXPECT_EQ(e->ip_num, 4);
+	EXPECT_EQ(e->ips[0], ip4(10, 0, 0, 5));
+	EXPECT_EQ(e->ips[1], ip4(10, 0, 0, 6));
+	EXPECT_EQ(e->ips[2], ip4(10, 0, 0, 7));
+	EXPECT_EQ(e->ips[3], ip4(10, 0, 0, 8));
+}
+
 } // namespace

@@ -190,6 +190,18 @@ TEST_F(Lifecycle, ReloadAfterUnloadWorks)
 	EXPECT_EQ(vy_get_sta_count(), 1);
 }
 
+TEST_F(Lifecycle, RefusedMonitorIsReportedAndTheModuleRunsOn)
+{
+	unload();
+	vy_host::umac_fail_next_register(-VY_EBUSY);
+	load();
+	bool reported = false;
+	for (const auto &l : vy_host::log_lines(VY_LOG_ERR))
+		reported |= l.find("nxUMAC_events_monitor_register(&vy_sta_monitor) fails probably due to duplicated registration") != std::string::npos;
+	EXPECT_TRUE(reported);
+	EXPECT_FALSE(vy_host::umac_monitor_registered());
+}
+
 /* ---- log gating ------------------------------------------------------- */
 
 namespace {

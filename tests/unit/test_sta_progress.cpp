@@ -413,6 +413,11 @@ TEST_F(DnsProgressTest, RefusedNameChangesNothing)
 	EXPECT_EQ(s.listeners, 2);
 	EXPECT_EQ(vy_is_domain_hlist_empty(&s.domain_hlist), 1);
 	EXPECT_TRUE(notes(EventKind::NotifyDns).empty());
+	// A null alias target is the empty one too.
+	EXPECT_EQ(vy_add_sta_domain_cname(a.b, "a.org", 5, nullptr, 5), -1);
+	EXPECT_TRUE(logged(VY_LOG_WARNING, "vy_add_sta_domain_cname",
+			   "vy_add_domain_cname() fails, STA = " + ms +
+				   ", domain = a.org, cname = "));
 
 	// A station's refused names cannot flood the log; missing stations
 	// are rare and always reported.
