@@ -38,6 +38,11 @@ inline std::string mac_str(const Mac &m)
 	return s;
 }
 
+inline u16 len_of(const char *s)
+{
+	return static_cast<u16>(std::strlen(s));
+}
+
 inline u32 ip4(u8 a, u8 b, u8 c, u8 d)
 {
 	const u8 bytes[4] = {a, b, c, d};

@@ -8,22 +8,12 @@
 
 #include "vy_domain_list.h"
 #include "vy_host.h"
+#include "station_support.h"
 
 namespace {
 
-u32 ip4(u8 a, u8 b, u8 c, u8 d)
-{
-	const u8 bytes[4] = {a, b, c, d};
-	u32 v;
-
-	std::memcpy(&v, bytes, 4);
-	return v;
-}
-
-u16 len_of(const char *s)
-{
-	return static_cast<u16>(std::strlen(s));
-}
+using station::ip4;
+using station::len_of;
 
 size_t count_entries(const domain_hlist &t)
 {

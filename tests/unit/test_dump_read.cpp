@@ -12,17 +12,12 @@
 #include "vy_dump.h"
 #include "vy_host.h"
 #include "vy_sta_list.h"
+#include "station_support.h"
 
 namespace {
 
-u32 ip4(u8 a, u8 b, u8 c, u8 d)
-{
-	const u8 bytes[4] = {a, b, c, d};
-	u32 v;
-
-	std::memcpy(&v, bytes, 4);
-	return v;
-}
+using station::ip4;
+using station::len_of;
 
 // The last byte picks the station's bucket (its low three bits).
 struct Mac {
@@ -32,11 +27,6 @@ struct Mac {
 Mac mac_of(u8 last)
 {
 	return Mac{{0x02, 0x00, 0x00, 0x00, 0x00, last}};
-}
-
-u16 len_of(const char *s)
-{
-	return static_cast<u16>(std::strlen(s));
 }
 
 const u32 kStaIp = ip4(10, 0, 0, 23);

@@ -14,11 +14,6 @@ namespace {
 
 using namespace station;
 
-u16 len_of(const char *s)
-{
-	return static_cast<u16>(std::strlen(s));
-}
-
 s32 dhcp(const Mac &m, u32 status, u8 type, u32 ip = 0, u32 server = 0,
 	 u32 gateway = 0, u32 dns = 0, const char *host = nullptr,
 	 u8 host_len = 0)
