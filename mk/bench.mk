@@ -3,8 +3,9 @@
 # own; and bridge throughput in the real kernel, in the VM.
 #
 #   make bench           run every host benchmark, print each comparison as
-#                        a ratio, count the DNS parsers' instructions per
-#                        message under callgrind, and rewrite BENCHMARKS.md
+#                        a ratio, count under callgrind the DNS parsers'
+#                        instructions per message and the hook's and its
+#                        floor's per ignored frame, and rewrite BENCHMARKS.md
 #                        from the results
 #   make bench-vm        iperf3 across the VM's bridge with veyra unloaded,
 #                        loaded but unhooked, and hooked (the guest script
@@ -31,6 +32,10 @@ BENCH_BINARIES = veyra_bench_parsers veyra_bench
 # figure that does not move with the machine's load, unlike the times.
 BENCH_ICOUNT = $(BENCH_BUILD)/bench/veyra_icount_dns
 BENCH_ICOUNT_OUT = $(BENCH_OUT)/icount
+# Instructions per frame for the frames the module ignores, the bridge hook
+# against its floor (bench/icount_ignore.cpp), collected only inside the two.
+BENCH_ICOUNT_IGNORE = $(BENCH_BUILD)/bench/veyra_icount_ignore
+BENCH_ICOUNT_IGNORE_OUT = $(BENCH_OUT)/icount_ignore
 BENCH_REPORT = scripts/bench-report.py --results $(BENCH_OUT) --vm $(BENCH_VM_OUT) \
 	--output BENCHMARKS.md
 
@@ -43,7 +48,8 @@ $(BENCH_BUILD)/CMakeCache.txt:
 	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DVY_SANITIZE=OFF
 
 bench-build: bench-deps $(BENCH_BUILD)/CMakeCache.txt
-	cmake --build $(BENCH_BUILD) -j$(JOBS) --target $(BENCH_BINARIES) veyra_icount_dns
+	cmake --build $(BENCH_BUILD) -j$(JOBS) --target $(BENCH_BINARIES) veyra_icount_dns \
+		veyra_icount_ignore
 
 bench: bench-build
 	@mkdir -p $(BENCH_OUT)
@@ -59,6 +65,14 @@ bench: bench-build
 		--callgrind-out-file=$(BENCH_ICOUNT_OUT)/callgrind.out \
 		$(BENCH_ICOUNT) $(BENCH_ICOUNT_OUT)/icount.json \
 		> $(BENCH_ICOUNT_OUT)/run.log 2>&1 || { tail -n 20 $(BENCH_ICOUNT_OUT)/run.log >&2; exit 1; }
+	@echo "== veyra_icount_ignore (callgrind)"
+	@rm -rf $(BENCH_ICOUNT_IGNORE_OUT) && mkdir -p $(BENCH_ICOUNT_IGNORE_OUT)
+	@valgrind --tool=callgrind --collect-atstart=no \
+		--toggle-collect=vy_br_pre_routing_hook --toggle-collect=vy_bench_ignore_floor \
+		--callgrind-out-file=$(BENCH_ICOUNT_IGNORE_OUT)/callgrind.out \
+		$(BENCH_ICOUNT_IGNORE) $(BENCH_ICOUNT_IGNORE_OUT)/icount.json \
+		> $(BENCH_ICOUNT_IGNORE_OUT)/run.log 2>&1 || \
+		{ tail -n 20 $(BENCH_ICOUNT_IGNORE_OUT)/run.log >&2; exit 1; }
 	@$(BENCH_REPORT)
 
 bench-profile: bench-build
