@@ -355,20 +355,58 @@ s32 vy_parse_skb(const vy_skb *skb, pkt_hdrs *hdrs, pkt_info *info,
 	return vy_parse_skb(skb, hdrs, info, to_wireless, v);
 }
 
+/*
+ * Whether vy_parse_skb would leave this IPv4 frame without a word: not a
+ * later fragment, and either not UDP, or UDP with sound lengths between
+ * ports that are neither DHCP's nor DNS's. Most frames from a station are
+ * one of these, and every one of them passes here, so the test reads only
+ * the fields it decides on, in the order vy_parse_skb would log about them;
+ * anything it is not sure of goes the full way, lines and all.
+ */
+static inline bool vy_skb_quietly_ignored(const vy_skb_view &v)
+{
+	const u8 *ip = v.mac + VY_ETH_HLEN;
+	vy_size linear = (vy_size)(v.end - ip);
+	if (linear < VY_IP_MIN_HLEN)
+		return false;
+	u16 frag = vy_get_be16(ip + 6);
+	if (frag & VY_IP_OFFSET)
+		return false;
+	if (ip[9] != VY_IPPROTO_UDP)
+		return true;
+	u32 ihl = 4u * (ip[0] & 0x0f);
+	if ((frag & VY_IP_MF) || linear < ihl || linear - ihl < VY_UDP_HLEN)
+		return false;
+	const u8 *udp = ip + ihl;
+	if (v.len < (u32)vy_get_be16(udp + 4) - VY_UDP_HLEN)
+		return false;
+	u16 sport = vy_get_be16(udp), dport = vy_get_be16(udp + 2);
+	return sport != VY_PORT_DHCP_SERVER && dport != VY_PORT_DHCP_SERVER &&
+	       sport != VY_PORT_DNS && dport != VY_PORT_DNS;
+}
+
+/* Out of line, so that the frames left above do not pay for the records'
+ * stack space and their clearing. */
+static __attribute__((noinline)) void vy_br_parse(vy_skb *skb, s32 r,
+						  const vy_skb_view &v)
+{
+	/* Zero when handed on: nobody else ever sees them. */
+	pkt_hdrs hdrs = {};
+	pkt_info info = {};
+
+	vy_parse_skb(skb, &hdrs, &info, r == 2 ? 1 : 0, v);
+}
+
 static unsigned int vy_br_hook(vy_skb *skb, const vy_hook_state *state,
 			       u32 hooknum)
 {
 	vy_skb_view v;
 
 	vy_plat_skb_view(skb, &v);
+	/* A nonzero answer means an Ethernet header with IPv4 in it. */
 	s32 r = _vy_check_skb(skb, state, hooknum, &v);
-	if (r) {
-		/* Zero when handed on: nobody else ever sees them. */
-		pkt_hdrs hdrs = {};
-		pkt_info info = {};
-
-		vy_parse_skb(skb, &hdrs, &info, r == 2 ? 1 : 0, v);
-	}
+	if (r && !vy_skb_quietly_ignored(v))
+		vy_br_parse(skb, r, v);
 	return VY_NF_ACCEPT;
 }
 
