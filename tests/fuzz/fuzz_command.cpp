@@ -61,7 +61,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 			FZ_FAIL("debug_level %d", vy_debug_level());
 	}
 	fz::close(file);
-	fz::check_table();
-	fz::unload();
-	return 0;
+	return fz::finish(false);
 }

@@ -241,6 +241,19 @@ inline void dump_everything()
 	close(f);
 }
 
+/* The end of a target's input: the hook work settles, the dump is read
+ * when asked, the invariants hold and the unload leaves nothing. */
+inline int finish(bool dump, bool hook_failed = false)
+{
+	vy_host::settle();
+	if (dump)
+		dump_everything();
+	check_table();
+	check_listening(hook_failed);
+	unload();
+	return 0;
+}
+
 } // namespace fz
 
 #endif

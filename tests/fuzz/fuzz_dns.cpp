@@ -53,11 +53,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 		dump |= (ctl & 0x80) != 0;
 		fz::check_table();
 	}
-	if (dump)
-		fz::dump_everything();
-	vy_host::settle();
-	fz::check_table();
-	fz::check_listening();
-	fz::unload();
-	return 0;
+	return fz::finish(dump);
 }

@@ -102,10 +102,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 			fz::check_listening(hook_failure);
 	}
 	vy_host::fail_next_allocations(0);
-	vy_host::settle();
-	fz::check_table();
-	fz::check_listening(hook_failure);
 	fz::close(file);
-	fz::unload();
-	return 0;
+	return fz::finish(false, hook_failure);
 }

@@ -52,11 +52,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 		dump |= (ctl & 0x80) != 0;
 		fz::check_table();
 	}
-	vy_host::settle();
-	if (dump)
-		fz::dump_everything();
-	fz::check_table();
-	fz::check_listening();
-	fz::unload();
-	return 0;
+	return fz::finish(dump);
 }
