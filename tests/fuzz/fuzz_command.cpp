@@ -30,7 +30,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 		vy_host::umac_event(0, fz::station_mac(i), i ? "wlan1" : "wlan0");
 	/* One station with a DHCP and DNS history, for the dump to format. */
 	vy_set_sta_dhcp_status(mac, 0, 1, 0, 0, 0, 0, "phone", 5);
-	vy_set_sta_dhcp_status(mac, 1, 5, 0x1701a8c0, 0x0101a8c0, 0x0101a8c0, 0x0101a8c0, "phone", 5);
+	vy_set_sta_dhcp_status(mac, 1, 5, 0x1701a8c0, 0x0101a8c0, 0x0101a8c0, 0x0101a8c0, "phone",
+			       5);
 	vy_add_sta_domain(mac, "www.example.com", 15, 0x1701a8c0);
 	vy_add_sta_domain_cname(mac, "www.example.com", 15, "edge.example.net", 16);
 	vy_add_sta_domain_ip(mac, "edge.example.net", 16, 0x22d8b85d);
@@ -46,7 +47,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 			vy_host::umac_event(0, fz::station_mac(3), "wlan0");
 			vy_add_sta_domain(fz::station_mac(3), "a.lan", 5, 0);
 		}
-		vy_host::File *f = fz::reopen(file, file_id, (ctl & 1) ? VY_CHRDEV_DUMP : VY_CHRDEV_SUMMARY);
+		int dev = (ctl & 1) ? VY_CHRDEV_DUMP : VY_CHRDEV_SUMMARY;
+		vy_host::File *f = fz::reopen(file, file_id, dev);
 		if (!f)
 			FZ_FAIL("open of a free device failed");
 		fz::write_line(f, line, ctl & 0x10);

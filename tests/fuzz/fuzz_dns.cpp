@@ -46,7 +46,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 		fz::Bytes q = m;
 		if (m.size() > 3)
 			q[2] &= 0x7f;
-		if ((ctl & 2) && m.size() > 3 && vy_parse_dns(mac, &info, q.data(), (u32)q.size(), 0) != want)
+		if ((ctl & 2) && m.size() > 3 &&
+		    vy_parse_dns(mac, &info, q.data(), (u32)q.size(), 0) != want)
 			FZ_FAIL("vy_parse_dns of the question gave not %d", want);
 		if (vy_parse_dns(mac, &info, m.data(), (u32)m.size(), ctl & 1) != want)
 			FZ_FAIL("vy_parse_dns(%zu bytes) gave not %d", m.size(), want);

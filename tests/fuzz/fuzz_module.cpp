@@ -48,7 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 		std::uint8_t op = in.u8() % 13;
 		int code = op == 2 ? (std::int8_t)in.u8() : op;
 		/* The one argument byte of the operations that take one. */
-		std::uint8_t a = (op == 3 || op == 4 || op == 7 || op == 9 || op == 10) ? 0 : in.u8();
+		bool no_arg = op == 3 || op == 4 || op == 7 || op == 9 || op == 10;
+		std::uint8_t a = no_arg ? 0 : in.u8();
 		bool settled = op == 4 || op == 10 || op == 11;
 
 		if (op < 3) {
@@ -57,7 +58,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 			std::uint8_t how = in.u8();
 			std::uint16_t linear = in.u16();
 			fz::Bytes frame = in.take(in.u16());
-			fz::pass(frame, linear == 0xffff ? SIZE_MAX : linear, how & 1, ports.pick(how >> 1));
+			fz::pass(frame, linear == 0xffff ? SIZE_MAX : linear, how & 1,
+				 ports.pick(how >> 1));
 		} else if (op == 4) {
 			std::uint16_t step = in.u16();
 			vy_host::advance((step & 0x8000) ? (step & 0x7fff) * 2u : step % 700);

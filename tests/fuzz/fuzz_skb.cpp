@@ -47,7 +47,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 		skb.mac_header = (std::uint16_t)junk;
 		skb.mac_set = !(ctl & 8);
 		vy_dev *dev = ports.pick(port & 7);
-		if (!((ctl & 1) ? vy_host::pass_post_routing(skb, dev) : vy_host::pass_pre_routing(skb, dev)))
+		bool passed = (ctl & 1) ? vy_host::pass_post_routing(skb, dev)
+					: vy_host::pass_pre_routing(skb, dev);
+		if (!passed)
 			FZ_FAIL("hooks gone while force_listen is on");
 		dump |= (ctl & 0x80) != 0;
 		fz::check_table();

@@ -134,7 +134,8 @@ Bytes cut(const Bytes &b, std::size_t n) { return Bytes(b.begin(), b.end() - (lo
 
 TEST(Capture, EveryFormatByteOrderResolutionAndBlockKind)
 {
-	const Direction in = Direction::Inbound, out = Direction::Outbound, none = Direction::Unknown;
+	const Direction in = Direction::Inbound, out = Direction::Outbound;
+	const Direction none = Direction::Unknown;
 	Bytes f1 = frame_bytes(1, 61), f2 = frame_bytes(2, 64), f3 = frame_bytes(3, 80);
 	for (bool big : {false, true}) {
 		SCOPED_TRACE(big ? "big-endian" : "little-endian");
@@ -152,8 +153,9 @@ TEST(Capture, EveryFormatByteOrderResolutionAndBlockKind)
 			 * simple packet blocks' one), nanoseconds, 2^-10 s plus
 			 * 5 s, milliseconds. A custom block is skipped; a new
 			 * section in the other byte order forgets them. */
-			{cat({shb(big), idb(big, 1, 64), idb(big, 1, 0, 9), idb(big, 1, 0, 0x80 | 10, 5),
-			      idb(big, 1, 0, 3), epb(big, 0, 1700000000123456ull, f1, 1),
+			{cat({shb(big), idb(big, 1, 64), idb(big, 1, 0, 9),
+			      idb(big, 1, 0, 0x80 | 10, 5), idb(big, 1, 0, 3),
+			      epb(big, 0, 1700000000123456ull, f1, 1),
 			      block(big, 0x80000001, Bytes(8, 0xee)),
 			      epb(big, 1, 1700000000123456789ull, f2, 2), epb(big, 2, 3ull << 10, f3),
 			      epb(big, 3, 1234, f1, 3), spb(big, 80, f3), spb(big, 20, frame_bytes(7, 24)),
@@ -171,10 +173,11 @@ TEST(Capture, EveryFormatByteOrderResolutionAndBlockKind)
 			ASSERT_TRUE(p.ok) << p.err;
 			ASSERT_EQ(p.frames.size(), c.want.size());
 			for (std::size_t i = 0; i < c.want.size(); i++) {
-				EXPECT_EQ(p.frames[i].ts_ns, std::get<0>(c.want[i])) << i;
-				EXPECT_EQ(p.frames[i].has_ts, std::get<0>(c.want[i]) != 0) << i;
-				EXPECT_EQ(p.frames[i].dir, std::get<1>(c.want[i])) << i;
-				EXPECT_EQ(bytes_of(c.file, p.frames[i]), std::get<2>(c.want[i])) << i;
+				const auto &w = c.want[i];
+				EXPECT_EQ(p.frames[i].ts_ns, std::get<0>(w)) << i;
+				EXPECT_EQ(p.frames[i].has_ts, std::get<0>(w) != 0) << i;
+				EXPECT_EQ(p.frames[i].dir, std::get<1>(w)) << i;
+				EXPECT_EQ(bytes_of(c.file, p.frames[i]), std::get<2>(w)) << i;
 			}
 		}
 	}

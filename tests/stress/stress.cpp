@@ -76,9 +76,10 @@ Frames station_frames()
 void worker(int role, int ops, unsigned seed, const fz::Ports &ports, const Frames &all)
 {
 	static const std::size_t sizes[] = {351, 352, 400, 701, 1000, 4096};
-	static const char *const lines[] = {"force_listen 1", "force_listen 0",
-					    "del sta 02:11:22:33:44:55", "del sta aa:bb:cc:dd:ee:ff",
-					    "debug_level 0", "debug_level 3", "no such command", "del all"};
+	static const char *const lines[] = {
+		"force_listen 1", "force_listen 0", "del sta 02:11:22:33:44:55",
+		"del sta aa:bb:cc:dd:ee:ff", "debug_level 0", "debug_level 3",
+		"no such command", "del all"};
 	std::mt19937 rng(seed);
 
 	for (int i = 0; i < ops; i++) {
@@ -92,8 +93,8 @@ void worker(int role, int ops, unsigned seed, const fz::Ports &ports, const Fram
 			/* Half the frames are for station 0, which all share. */
 			size_t line = rng() % (all.size() / 4);
 			const auto &fr = all[line * 4 + ((rng() & 1) ? 0 : rng() % 4)];
-			bool seen = fz::pass(fr.first, (rng() % 8) ? SIZE_MAX : rng() % fr.first.size(),
-					     fr.second, ports.pick(rng()));
+			size_t linear = (rng() % 8) ? SIZE_MAX : rng() % fr.first.size();
+			bool seen = fz::pass(fr.first, linear, fr.second, ports.pick(rng()));
 			g_done[0] += seen;
 			/* Unhooked, a frame costs nothing: give the others the
 			 * CPU so that the frames spread over the whole round. */
@@ -121,7 +122,8 @@ void worker(int role, int ops, unsigned seed, const fz::Ports &ports, const Fram
 			g_done[1]++;
 		} else {
 			/* A pass, or a few reads of it before the close. */
-			g_done[2] += fz::read_pass(f, sizes[rng() % 6], (rng() % 4) ? 1000 : 1 + rng() % 3);
+			int reads = (rng() % 4) ? 1000 : 1 + rng() % 3;
+			g_done[2] += fz::read_pass(f, sizes[rng() % 6], reads);
 		}
 		if (f)
 			vy_host::release(f);
