@@ -12,7 +12,8 @@
  *     stations, debug_level 0 and 3, an unknown one, del all once per
  *     round),
  *   - one thread reads both devices with odd sizes, sometimes closing in
- *     the middle of a pass (a refused open is part of the game).
+ *     the middle of a pass (a refused open is part of the game: it is
+ *     tried again).
  * Each thread does a fixed number of operations; then the invariants of
  * the fuzz targets are checked (listener total and counts, no lock held,
  * whoever listens has the hooks and the timer), the module is unloaded and
@@ -85,8 +86,8 @@ void worker(int role, int ops, unsigned seed, const fz::Ports &ports, const Fram
 	for (int i = 0; i < ops; i++) {
 		int err = 0;
 		vy_host::File *f = nullptr;
-		/* The one "del all" of the round (it stops station events for
-		 * the rest of it) waits for its turn at the devices. */
+		/* The one "del all" of the round: it stops station events for
+		 * the rest of it. */
 		bool del_all = role == 3 && i == ops * 3 / 4;
 
 		if (role == 0) {
@@ -114,7 +115,9 @@ void worker(int role, int ops, unsigned seed, const fz::Ports &ports, const Fram
 		} else if (!(f = vy_host::open((int)(rng() % 2), &err))) {
 			if (err != -VY_EBUSY)
 				FZ_FAIL("open gave %d", err);
-			i -= del_all;
+			/* Refused while the other device thread holds a file:
+			 * tried again, so that both do all their operations. */
+			i--;
 			std::this_thread::yield();
 		} else if (role == 3) {
 			const char *l = lines[del_all ? 7 : rng() % 7];
