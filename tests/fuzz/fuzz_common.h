@@ -230,24 +230,18 @@ inline int read_pass(vy_host::File *f, size_t size, int count)
 	return i;
 }
 
-/* A full dump through /dev/vy_dump: formats every station and domain. */
-inline void dump_everything()
+/* The end of a target's input: the hook work settles, the full dump is
+ * read when asked (it formats every station and domain), the invariants
+ * hold and the unload leaves nothing. */
+inline int finish(bool dump, bool hook_failed = false)
 {
 	vy_host::File *f = nullptr;
 	int id = -1;
 
-	if (reopen(f, id, VY_CHRDEV_DUMP) && read_pass(f, 4096, 100000) == 100000)
+	vy_host::settle();
+	if (dump && reopen(f, id, VY_CHRDEV_DUMP) && read_pass(f, 4096, 100000) == 100000)
 		FZ_FAIL("the dump never ends");
 	close(f);
-}
-
-/* The end of a target's input: the hook work settles, the dump is read
- * when asked, the invariants hold and the unload leaves nothing. */
-inline int finish(bool dump, bool hook_failed = false)
-{
-	vy_host::settle();
-	if (dump)
-		dump_everything();
 	check_table();
 	check_listening(hook_failed);
 	unload();
