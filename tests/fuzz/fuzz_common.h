@@ -1,8 +1,9 @@
 /* SPDX-License-Identifier: GPL-2.0 */
 /*
- * Shared by the fuzz targets: reading the fuzzer's bytes, loading and
- * unloading the module on a fresh host platform, and the invariants that
- * must hold between any two operations and after the unload.
+ * The harness of the fuzz targets and the stress: reading the fuzzer's
+ * bytes, loading and unloading the module on a fresh host platform, the
+ * device files, and the invariants that must hold between any two
+ * operations and after the unload.
  *
  * Every check that fails aborts with a message, which libFuzzer records as
  * a crash together with the input that caused it.
@@ -38,10 +39,7 @@ using Bytes = std::vector<std::uint8_t>;
 struct Input {
 	const std::uint8_t *p_, *end_;
 
-	Input(const std::uint8_t *p, size_t n) : p_(p), end_(p + n) {}
-
-	bool empty() const { return p_ >= end_; }
-	size_t left() const { return (size_t)(end_ - p_); }
+	size_t left() const { return p_ < end_ ? (size_t)(end_ - p_) : 0; }
 	std::uint8_t u8() { return p_ < end_ ? *p_++ : 0; }
 	std::uint16_t u16()
 	{
@@ -56,18 +54,15 @@ struct Input {
 	}
 };
 
-/* The stations the targets use: the first is the one the seed corpora's
- * frames are addressed to. */
-inline const std::uint8_t *station_mac(unsigned i)
-{
-	static const std::uint8_t macs[4][6] = {
-		{0x02, 0x11, 0x22, 0x33, 0x44, 0x55},
-		{0x02, 0x11, 0x22, 0x33, 0x44, 0x66},
-		{0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff},
-		{0x02, 0x00, 0x00, 0x00, 0x00, 0x09},
-	};
-	return macs[i % 4];
-}
+/* The stations: the first is the one the seed corpora's frames are
+ * addressed to, the last one never joins in fuzz_dns. */
+constexpr std::uint8_t kStations[4][6] = {
+	{0x02, 0x11, 0x22, 0x33, 0x44, 0x55},
+	{0x02, 0x11, 0x22, 0x33, 0x44, 0x66},
+	{0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff},
+	{0x02, 0x00, 0x00, 0x00, 0x00, 0x09},
+};
+inline const std::uint8_t *station_mac(unsigned i) { return kStations[i % 4]; }
 
 /* vy_listeners is the sum of the entries' listeners, sta_count the number
  * of entries, no entry holds more than its two outcomes, and no lock is
@@ -76,23 +71,19 @@ inline void check_table()
 {
 	if (int held = vy_host::locks_held())
 		FZ_FAIL("%d lock(s) held between operations", held);
-	{
-		vy_write_guard g(&vy_sta_table.sta_lock);
-		long sum = 0, n = 0;
+	vy_write_guard g(&vy_sta_table.sta_lock);
+	long sum = 0, n = 0;
 
-		for (auto &h : vy_sta_table.sta_hlist)
-			for (vy_hlist_node *p = h.first; p; p = p->next, n++) {
-				int l = vy_container_of(p, sta, hlist)->listeners;
-				if (l > 2)
-					FZ_FAIL("station holds %d listeners", l);
-				sum += l;
-			}
-		if (sum != vy_read_listeners() || n != vy_sta_table.sta_count)
-			FZ_FAIL("vy_listeners %d, sta_count %d, but %ld entries hold %ld",
-			     vy_read_listeners(), vy_sta_table.sta_count, n, sum);
-	}
-	if (vy_host::locks_held())
-		FZ_FAIL("lock left held by the invariant walk");
+	for (auto &h : vy_sta_table.sta_hlist)
+		for (vy_hlist_node *p = h.first; p; p = p->next, n++) {
+			int l = vy_container_of(p, sta, hlist)->listeners;
+			if (l > 2)
+				FZ_FAIL("station holds %d listeners", l);
+			sum += l;
+		}
+	if (sum != vy_read_listeners() || n != vy_sta_table.sta_count)
+		FZ_FAIL("vy_listeners %d, sta_count %d, but %ld entries hold %ld",
+			vy_read_listeners(), vy_sta_table.sta_count, n, sum);
 }
 
 /*
@@ -108,15 +99,13 @@ inline void check_listening(bool hook_failed = false)
 	bool timer = vy_plat_timer_pending(&vy_sta_table.sta_timer);
 	bool hooks = vy_host::hooks_registered();
 
-	if ((listening && !timer) || (hooks && !timer))
-		FZ_FAIL("timer stopped while listening %d or hooked %d", listening, hooks);
-	if (listening && !hooks && !hook_failed)
-		FZ_FAIL("no hooks while listening");
+	if ((listening && !timer) || (hooks && !timer) || (listening && !hooks && !hook_failed))
+		FZ_FAIL("listening %d, timer %d, hooks %d", listening, timer, hooks);
 }
 
-/* The bridge of the seed frames. A port by number, in the kinds the
- * classification tells apart: wired, VAP, VLAN on the VAP, a VLAN on that,
- * a third VLAN level, VLAN on wired, none, a VAP outside the bridge. */
+/* The ports of the bridge br0 by number, in the kinds the classification
+ * tells apart: wired, VAP, VLAN on the VAP, a VLAN on that, a third VLAN
+ * level, VLAN on wired, none, a VAP outside the bridge. */
 struct Ports {
 	vy_dev *dev[8] = {};
 	vy_dev *pick(unsigned k) const { return dev[k % 8]; }
@@ -163,48 +152,48 @@ inline void unload()
 	if (long n = vy_host::live_allocations())
 		FZ_FAIL("%ld allocation(s) live after veyra_exit", n);
 	if (vy_host::hooks_registered() || vy_host::locks_held() ||
-	    vy_plat_timer_pending(&vy_sta_table.sta_timer) ||
-	    vy_host::umac_monitor_registered())
-		FZ_FAIL("hooks, lock, timer or station-event monitor left after veyra_exit");
-	if (vy_host::chrdev_major(VY_CHRDEV_DUMP) ||
-	    vy_host::chrdev_major(VY_CHRDEV_SUMMARY) || vy_host::kobject_present())
-		FZ_FAIL("devices or sysfs left after veyra_exit");
+	    vy_plat_timer_pending(&vy_sta_table.sta_timer) || vy_host::umac_monitor_registered() ||
+	    vy_host::chrdev_major(VY_CHRDEV_DUMP) || vy_host::chrdev_major(VY_CHRDEV_SUMMARY) ||
+	    vy_host::kobject_present())
+		FZ_FAIL("hooks, lock, timer, monitor, devices or sysfs left after veyra_exit");
 	for (const std::string &l : vy_host::log_lines(VY_LOG_ERR))
 		if (l.find("negative value") != std::string::npos)
 			FZ_FAIL("error line: %s", l.c_str());
 }
 
+/* A frame through one of the hooks: false when the hooks are off. */
+inline bool pass(const Bytes &frame, size_t linear, bool post, vy_dev *port)
+{
+	vy_skb skb = vy_host::make_skb(frame, linear);
+	return post ? vy_host::pass_post_routing(skb, port) : vy_host::pass_pre_routing(skb, port);
+}
+
 /* The device file a target holds: one open at a time across both devices,
- * a second open refused as busy. */
-struct DevFile {
-	vy_host::File *f = nullptr;
-	int id = -1;
+ * a second open refused as busy. The file on device want, opened now if
+ * need be; null when the module could not open it (a failed allocation or
+ * registration). */
+inline vy_host::File *reopen(vy_host::File *&f, int &id, int want)
+{
+	int err = 0;
 
-	void close()
-	{
-		if (f)
-			vy_host::release(f);
-		f = nullptr;
-	}
-
-	/* The file on device want, opened now if need be; null when the
-	 * module could not open it (a failed allocation or registration). */
-	vy_host::File *open(int want)
-	{
-		int err = 0;
-
-		if (f && (vy_host::open(want, &err) || err != -VY_EBUSY))
-			FZ_FAIL("a second open gave %d", err);
-		if (f && id == want)
-			return f;
-		close();
-		f = vy_host::open(want, &err);
-		id = want;
-		if (!f && err != -VY_ENOMEM && err != -19 /* ENODEV */)
-			FZ_FAIL("open of a free device gave %d", err);
+	if (f && (vy_host::open(want, &err) || err != -VY_EBUSY))
+		FZ_FAIL("a second open gave %d", err);
+	if (f && id == want)
 		return f;
-	}
-};
+	if (f)
+		vy_host::release(f);
+	f = vy_host::open(id = want, &err);
+	if (!f && err != -VY_ENOMEM && err != -19 /* ENODEV */)
+		FZ_FAIL("open of a free device gave %d", err);
+	return f;
+}
+
+inline void close(vy_host::File *&f)
+{
+	if (f)
+		vy_host::release(f);
+	f = nullptr;
+}
 
 /* A command line: the count comes back for 1 to VY_CMD_MAX bytes, 0 for
  * none or more, -EFAULT when the copy from the writer fails. */
@@ -226,31 +215,37 @@ inline void set_debug_level(unsigned v)
 	vy_write_once(debug_level, (s32)(v > 4 ? 4 : v));
 }
 
-/* Reads a device file to the end of its pass with reads of size bytes;
- * false when it would not end. */
-inline bool read_all(vy_host::File *f, size_t size)
+/* Reads of size bytes from a device file, at most count of them, up to the
+ * end of its pass: how many ran, count when the pass did not end. */
+inline int read_pass(vy_host::File *f, size_t size, int count)
 {
 	std::vector<char> buf(size ? size : 1);
+	int i = 0;
 
-	for (int i = 0; i < 100000; i++) {
-		long n = vy_host::read(f, buf.data(), size);
-
+	for (long n = 1; n > 0 && i < count; i++) {
+		n = vy_host::read(f, buf.data(), size);
 		if (n < 0 || (size_t)n > size)
 			FZ_FAIL("read of %zu bytes returned %ld", size, n);
-		if (n == 0)
-			return true;
 	}
-	return false;
+	return i;
 }
 
-/* A full dump through /dev/vy_dump: formats every station and domain. */
-inline void dump_everything()
+/* The end of a target's input: the hook work settles, the full dump is
+ * read when asked (it formats every station and domain), the invariants
+ * hold and the unload leaves nothing. */
+inline int finish(bool dump, bool hook_failed = false)
 {
-	DevFile d;
+	vy_host::File *f = nullptr;
+	int id = -1;
 
-	if (d.open(VY_CHRDEV_DUMP) && !read_all(d.f, 4096))
+	vy_host::settle();
+	if (dump && reopen(f, id, VY_CHRDEV_DUMP) && read_pass(f, 4096, 100000) == 100000)
 		FZ_FAIL("the dump never ends");
-	d.close();
+	close(f);
+	check_table();
+	check_listening(hook_failed);
+	unload();
+	return 0;
 }
 
 } // namespace fz

@@ -33,121 +33,77 @@
  */
 #include "fuzz_common.h"
 
-namespace {
-
-const char *const kVaps[] = {"wlan0", "wlan1", "wlan0.10", ""};
-
-/* A command line written to, or a read of, either device, through the
- * file already open or a new one. */
-void device_op(fz::DevFile &file, fz::Input &in, bool write)
-{
-	std::uint8_t how = in.u8();
-	fz::Bytes line = in.take(write ? in.u8() : 0);
-	std::size_t size = write ? 0 : in.u16() % 5000;
-	vy_host::File *f = file.open(how & 1);
-
-	if (f && write) {
-		fz::write_line(f, line, how & 4);
-	} else if (f) {
-		if (how & 4)
-			vy_host::fail_at(vy_host::FAIL_COPY_TO_USER);
-		std::vector<char> buf(size ? size : 1);
-		long n = vy_host::read(f, buf.data(), size);
-		vy_host::fail_at(vy_host::FAIL_COPY_TO_USER, 0);
-		if (n < 0 || (std::size_t)n > size)
-			FZ_FAIL("read of %zu bytes gave %ld", size, n);
-	}
-	if (how & 2)
-		file.close();
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 {
-	fz::Input in(data, size);
+	static const char *const vaps[] = {"wlan0", "wlan1", "wlan0.10", ""};
+	fz::Input in{data, data + size};
 	fz::Ports ports = fz::load();
-	fz::DevFile file;
+	vy_host::File *file = nullptr;
+	int file_id = -1;
 	/* A hook registration failure leaves the work listening unhooked
 	 * until it hooks again: the hooks check is off from then on. */
 	bool hook_failure = false;
 
-	for (int ops = 0; ops < 256 && !in.empty(); ops++) {
+	for (int ops = 0; ops < 256 && in.left(); ops++) {
 		std::uint8_t op = in.u8() % 13;
-		bool settled = false;
+		int code = op == 2 ? (std::int8_t)in.u8() : op;
+		/* The one argument byte of the operations that take one. */
+		bool no_arg = op == 3 || op == 4 || op == 7 || op == 9 || op == 10;
+		std::uint8_t a = no_arg ? 0 : in.u8();
+		bool settled = op == 4 || op == 10 || op == 11;
 
-		switch (op) {
-		case 0:
-		case 1:
-		case 2: {
-			int code = op == 2 ? (std::int8_t)in.u8() : op;
-			std::uint8_t a = in.u8();
-			vy_host::umac_event(code, fz::station_mac(a), kVaps[(a >> 2) & 3]);
-			break;
-		}
-		case 3: {
+		if (op < 3) {
+			vy_host::umac_event(code, fz::station_mac(a), vaps[(a >> 2) & 3]);
+		} else if (op == 3) {
 			std::uint8_t how = in.u8();
 			std::uint16_t linear = in.u16();
-			vy_skb skb = vy_host::make_skb(in.take(in.u16()),
-						       linear == 0xffff ? SIZE_MAX : linear);
-			vy_dev *dev = ports.pick(how >> 1);
-			if (how & 1)
-				vy_host::pass_post_routing(skb, dev);
-			else
-				vy_host::pass_pre_routing(skb, dev);
-			break;
-		}
-		case 4: {
+			fz::Bytes frame = in.take(in.u16());
+			fz::pass(frame, linear == 0xffff ? SIZE_MAX : linear, how & 1,
+				 ports.pick(how >> 1));
+		} else if (op == 4) {
 			std::uint16_t step = in.u16();
 			vy_host::advance((step & 0x8000) ? (step & 0x7fff) * 2u : step % 700);
-			settled = true;
-			break;
-		}
-		case 5:
-		case 6:
-			device_op(file, in, op == 5);
-			break;
-		case 7:
-			file.close();
-			break;
-		case 8: {
-			std::uint8_t a = in.u8();
+		} else if (op == 5 || op == 6) {
+			/* A command line written to, or a read of, either device,
+			 * through the file already open or a new one. */
+			fz::Bytes line = in.take(op == 5 ? in.u8() : 0);
+			std::size_t rsize = op == 6 ? in.u16() % 5000 : 0;
+			vy_host::File *f = fz::reopen(file, file_id, a & 1);
+			if (f && op == 5)
+				fz::write_line(f, line, a & 4);
+			if (f && op == 6) {
+				if (a & 4)
+					vy_host::fail_at(vy_host::FAIL_COPY_TO_USER);
+				fz::read_pass(f, rsize, 1);
+				vy_host::fail_at(vy_host::FAIL_COPY_TO_USER, 0);
+			}
+			if (a & 2)
+				fz::close(file);
+		} else if (op == 7) {
+			fz::close(file);
+		} else if (op == 8) {
 			if (a & 0x80)
 				vy_host::fail_allocations_after((a >> 3) & 15, 1 + (a & 3));
 			else
 				vy_host::fail_next_allocations(1 + (a & 3));
-			break;
-		}
-		case 9:
+		} else if (op == 9) {
 			vy_host::fail_next_hook_registration(-VY_ENOMEM);
 			hook_failure = true;
-			break;
-		case 10:
+		} else if (op == 10) {
 			vy_host::settle();
-			settled = true;
-			break;
-		case 11: {
-			std::uint8_t fails = in.u8();
-			file.close();
+		} else if (op == 11) {
+			fz::close(file);
 			fz::unload();
-			ports = fz::load(fails & 0x80 ? fails : 0);
+			ports = fz::load(a & 0x80 ? a : 0);
 			hook_failure = false;
-			settled = true;
-			break;
-		}
-		case 12:
-			fz::set_debug_level(in.u8() % 5);
-			break;
+		} else {
+			fz::set_debug_level(a % 5);
 		}
 		fz::check_table();
 		if (settled)
 			fz::check_listening(hook_failure);
 	}
 	vy_host::fail_next_allocations(0);
-	vy_host::settle();
-	fz::check_table();
-	fz::check_listening(hook_failure);
-	file.close();
-	fz::unload();
-	return 0;
+	fz::close(file);
+	return fz::finish(false, hook_failure);
 }

@@ -19,11 +19,7 @@ set -u
 build=$1 secs=$2
 shift 2
 here=$(cd "$(dirname "$0")" && pwd)
-targets=${*:-fuzz_dns fuzz_skb fuzz_command fuzz_module}
-main_work=$build/fuzz-work
-work_root=${FUZZ_WORK:-$main_work}
-outcome=$(mktemp -d)
-trap 'rm -rf "$outcome"' EXIT
+work_root=${FUZZ_WORK:-$build/fuzz-work}
 
 run_one() {
 	t=$1 work=$work_root/$1
@@ -33,14 +29,13 @@ run_one() {
 	cp -n "$here/corpus/$t/"* "$work/corpus/" 2>/dev/null
 	# The first corpus directory is the one the fuzzer writes to.
 	args=("$work/corpus" "$here/corpus/$t")
-	[ "$work_root" != "$main_work" ] && [ -d "$main_work/$t/corpus" ] &&
-		args+=("$main_work/$t/corpus")
+	[ "$work_root" != "$build/fuzz-work" ] && [ -d "$build/fuzz-work/$t/corpus" ] &&
+		args+=("$build/fuzz-work/$t/corpus")
 	case $t in fuzz_command | fuzz_module) args+=("-dict=$here/fuzz_command.dict") ;; esac
 	touch "$work/started"
 	start=$(date +%s)
 	"$build/tests/fuzz/$t" -max_total_time="$secs" -timeout=25 -rss_limit_mb=3072 \
-		-print_final_stats=1 -artifact_prefix="$work/findings/" "${args[@]}" \
-		>"$work/run.log" 2>&1
+		-print_final_stats=1 -artifact_prefix="$work/findings/" "${args[@]}" >"$work/run.log" 2>&1
 	rc=$?
 	execs=$(sed -n 's/^stat::number_of_executed_units: //p' "$work/run.log" | tail -1)
 	found=$(find "$work/findings" -type f -newer "$work/started" | wc -l)
@@ -48,22 +43,21 @@ run_one() {
 	[ "$rc" -eq 0 ] && [ "$found" -eq 0 ] || status="FAILED (exit $rc)"
 	printf '%-13s %10s executions %6s s  %s finding(s)  %s\n' "$t" "${execs:-?}" \
 		"$(($(date +%s) - start))" "$found" "$status" | tee "$work/result"
-	[ "$status" = ok ] && touch "$outcome/$t"
+	[ "$status" = ok ]
 }
 
-running=0
-for t in $targets; do
+failed=0 running=0
+for t in ${*:-fuzz_dns fuzz_skb fuzz_command fuzz_module}; do
 	[ -x "$build/tests/fuzz/$t" ] || { echo "$t: not built in $build" >&2; exit 2; }
 	run_one "$t" &
-	running=$((running + 1))
-	if [ "$running" -ge "${FUZZ_JOBS:-1}" ]; then
-		wait -n
+	if [ $((running += 1)) -ge "${FUZZ_JOBS:-1}" ]; then
+		wait -n || failed=1
 		running=$((running - 1))
 	fi
 done
-wait
-for t in $targets; do
-	[ -e "$outcome/$t" ] && continue
-	echo "fuzzing found something or could not run: see $work_root/*/" >&2
-	exit 1
+while [ "$running" -gt 0 ]; do
+	wait -n || failed=1
+	running=$((running - 1))
 done
+[ $failed -eq 0 ] || echo "fuzzing found something or could not run: see $work_root/*/" >&2
+exit $failed
