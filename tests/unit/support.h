@@ -77,14 +77,12 @@ inline std::vector<std::string> logs_of(int level, const std::string &func)
 	std::vector<std::string> out;
 
 	for (const std::string &l : vy_host::log_lines(level)) {
-		if (l.compare(0, func.size(), func) != 0 || l.size() <= func.size())
-			continue;
-		char open = l[func.size()];
-		size_t end = open == '[' ? l.find("]:", func.size())
-					 : l.find(':', func.size() + 1);
-		if ((open != '[' && open != ':') || end == std::string::npos)
-			continue;
-		out.push_back(l.substr(end + (open == '[' ? 2 : 1)));
+		const char open = l.size() > func.size() ? l[func.size()] : 0;
+		const char *close = open == '[' ? "]:" : ":";
+		size_t end = l.find(close, func.size() + 1);
+		if (!l.compare(0, func.size(), func) && (open == '[' || open == ':') &&
+		    end != std::string::npos)
+			out.push_back(l.substr(end + std::strlen(close)));
 	}
 	return out;
 }
@@ -108,30 +106,22 @@ inline std::vector<Event> notes(EventKind kind, const Mac *m = nullptr)
 	return out;
 }
 
-/* A copy of the station's entry; false when there is none. */
-inline bool snap(const Mac &m, sta *out)
+/* A copy of the station's entry, zero-filled when there is none. */
+inline sta snap(const Mac &m)
 {
 	vy_read_guard guard(&vy_sta_table.sta_lock);
 	sta *e = _vy_find_sta(m.b);
-
-	if (e)
-		std::memcpy(out, e, sizeof(*out));
-	return e != nullptr;
-}
-
-inline sta snap(const Mac &m)
-{
 	sta out = {};
 
-	snap(m, &out);
+	if (e)
+		std::memcpy(&out, e, sizeof(out));
 	return out;
 }
 
 inline bool has_sta(const Mac &m)
 {
-	sta s;
-
-	return snap(m, &s);
+	vy_read_guard guard(&vy_sta_table.sta_lock);
+	return _vy_find_sta(m.b) != nullptr;
 }
 
 inline bool timer_pending()

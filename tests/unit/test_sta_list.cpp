@@ -16,11 +16,11 @@ using StaTable = ModuleTest;
 TEST_F(StaTable, JoinCreatesEntryWithTwoListenersAndHooks)
 {
 	const Mac a = mac_of(1, 1);
-	sta s;
 
 	debug_level = 2;
 	ASSERT_TRUE(vy_host::umac_event(0, a.b, "wlan0"));
-	ASSERT_TRUE(snap(a, &s));
+	ASSERT_TRUE(has_sta(a));
+	sta s = snap(a);
 	EXPECT_STREQ(s.vap_name, "wlan0");
 	EXPECT_EQ(s.listeners, 2);
 	EXPECT_EQ(s.join_time, 1000u);
