@@ -101,8 +101,11 @@ TEST_F(DumpCommand, EachCommandAndItsPrefixes)
 		{"del sta 0a:1B:2c:3D:4e:F5", 0, 1, true, false, 0},
 		{"del sta 0a:1b:2c:3d:4e:f5\n", 0, 1, true, false, 0},
 		{" del  sta  0a: 1b: 2c: 3d: 4e: f5", 0, 1, true, false, 0},
+		{"del sta 2", 0, 1, true, true, 1},
 		{"del sta 02:00:00:00:00", 0, 1, true, true, 1},
+		{"del sta 2:0:0:0:0", 0, 1, true, true, 1},
 		{"del sta 02:00:00:00:00:", 0, 1, true, true, 1},
+		{"del sta 02:00:00:00:00:01:ff", 0, 1, false, true, 0}, // not read
 		{"del sta 02-00-00-00-00-01", 0, 1, true, true, 1},
 		{"del sta 02 :00:00:00:00:01", 0, 1, true, true, 1},
 		{"del sta 002:00:00:00:00:01", 0, 1, true, true, 1},

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0
-/* Module start and stop, log levels, and the hook work's protocol with the
+/* Module start and stop, and the hook work's protocol with the
  * listener total, force_listen and the semaphore. */
 #include <gtest/gtest.h>
 
@@ -146,44 +146,6 @@ TEST_F(HookWork, RefusedMonitorIsReportedAndTheModuleRunsOn)
 	EXPECT_TRUE(logged(VY_LOG_ERR, "vy_register_event_monitor",
 			   "nxUMAC_events_monitor_register(&vy_sta_monitor) fails probably due to duplicated registration"));
 	EXPECT_FALSE(vy_host::umac_monitor_registered());
-}
-
-/* ---- log gating ------------------------------------------------------- */
-
-void emit_all_levels()
-{
-	vy_err("e\n");
-	vy_warn("w\n");
-	vy_notice("n\n");
-	vy_info("i\n");
-	vy_dbg("d\n");
-}
-
-TEST(LogGating, LevelsPrintFromTheirThreshold)
-{
-	struct {
-		int level;
-		bool dyndbg;
-		const char *expected; /* levels that print, as letters */
-	} rows[] = {{0, true, "e"},    {1, true, "ew"},	  {2, true, "ewn"},
-		    {3, true, "ewni"}, {4, true, "ewnid"}, {4, false, "ewni"}};
-	for (const auto &r : rows) {
-		SCOPED_TRACE(r.expected);
-		vy_host::reset();
-		debug_level = r.level;
-		vy_host::set_dyndbg(r.dyndbg);
-		emit_all_levels();
-		std::string got;
-		for (const auto &l : vy_host::log_lines())
-			got += l.back();
-		EXPECT_EQ(got, r.expected);
-		/* Errors carry "func:line:", the others "func[line]:". */
-		auto lines = vy_host::log_lines();
-		EXPECT_EQ(lines[0].rfind("emit_all_levels:", 0), 0u) << lines[0];
-		if (lines.size() > 1)
-			EXPECT_EQ(lines[1].rfind("emit_all_levels[", 0), 0u);
-	}
-	debug_level = 1;
 }
 
 } // namespace
