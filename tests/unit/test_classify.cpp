@@ -5,7 +5,10 @@
 
 #include <arpa/inet.h>
 
+#include <map>
+
 #include "frames.h"
+#include "parsers/msg_builder.h"
 #include "support.h"
 #include "vy_hook.h"
 
@@ -217,6 +220,87 @@ TEST_F(Classify, IgnoredFramesTakeNoLockAndNoMemory)
 	}
 	EXPECT_EQ(vy_host::total_allocations(), allocs);
 	EXPECT_EQ(vy_host::lock_acquisitions(), locks);
+}
+
+const Mac kSta = {{0x02, 0x11, 0x22, 0x33, 0x44, 0x55}};
+
+bool has_domain(const Mac &m, const std::string &name)
+{
+	vy_write_guard g(&vy_sta_table.sta_lock);
+	sta *e = _vy_find_sta(m.b);
+	return e && _vy_find_domain(&e->domain_hlist, name.data(),
+				    static_cast<u16>(name.size()));
+}
+
+frames::Udp4 from_sta(const Bytes &payload)
+{
+	frames::Udp4 u;
+	std::memcpy(u.src.b, kSta.b, 6);
+	u.sport = 40000;
+	u.dport = 53;
+	u.payload = payload;
+	return u;
+}
+
+/*
+ * A DNS query frame from the station whose linear part ends at every
+ * length: the hooks read nothing past it, and the query is recorded only
+ * when the whole message is linear (a payload cut at the linear end is
+ * parsed as a shorter message).
+ */
+TEST_F(Classify, FrameLinearPartEndsAtEveryLength)
+{
+	const Bytes f = from_sta(msg::Dns().query().question("www.example.com").build()).build();
+
+	for (size_t linear = 0; linear <= f.size(); linear++) {
+		SCOPED_TRACE("linear " + std::to_string(linear));
+		join(kSta);
+		vy_skb skb = vy_host::make_skb(f, linear);
+		ASSERT_TRUE(vy_host::pass_pre_routing(skb, wlan));
+		EXPECT_EQ(has_domain(kSta, "www.example.com"), linear == f.size());
+		expect_consistent();
+		vy_del_sta_entry(kSta.b, nullptr);
+	}
+}
+
+/*
+ * The warnings a station's malformed frames provoke at packet rate pass
+ * the rate limit of their call site (10 lines per 5 s): a flood of 200
+ * frames prints the warning, but at most 10 lines from each site.
+ */
+TEST_F(Classify, StationTrafficCannotFloodTheLog)
+{
+	const Bytes query = msg::Dns().query().question("www.example.com").build();
+	frames::Udp4 udp_past = from_sta(query);
+	udp_past.udp_len = 4000;
+	struct Flood {
+		const char *warning;
+		Bytes frame;
+		size_t linear;
+	} floods[] = {
+		{"error ip header", from_sta(query).build(), 14 + 19},
+		{"error udp header", from_sta(query).build(), 14 + 20 + 7},
+		{"is greater than skb len", udp_past.build(), SIZE_MAX},
+	};
+	join(kSta);
+	for (const Flood &f : floods) {
+		SCOPED_TRACE(f.warning);
+		vy_host::advance(6 * HZ); /* a fresh window of the limit */
+		vy_host::take_events();
+		for (int i = 0; i < 200; i++) {
+			vy_skb skb = vy_host::make_skb(f.frame, f.linear);
+			ASSERT_TRUE(vy_host::pass_pre_routing(skb, wlan));
+		}
+		int matching = 0;
+		std::map<std::string, size_t> per_site; /* "function[line]" */
+		for (const std::string &l : vy_host::log_lines(VY_LOG_WARNING)) {
+			matching += l.find(f.warning) != std::string::npos;
+			per_site[l.substr(0, l.find("]:"))]++;
+		}
+		EXPECT_GE(matching, 1);
+		for (const auto &site : per_site)
+			EXPECT_LE(site.second, 10u) << site.first;
+	}
 }
 
 } // namespace

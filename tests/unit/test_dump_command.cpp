@@ -1,6 +1,7 @@
 // The diagnostics devices' write side and registration: command lines
 // written to either device, the help, the device and sysfs registration
 // with the undo of a failed start, and the sysfs majors.
+#include <random>
 #include <string>
 #include <vector>
 
@@ -31,18 +32,42 @@ int helps_printed()
 	return static_cast<int>(lines.size() / kHelp.size());
 }
 
-// Writes bytes through a freshly opened device, as "echo -n" does.
-long write_cmd(const std::string &bytes, int id = VY_CHRDEV_SUMMARY)
+// Writes bytes through a freshly opened device, as "echo -n" does, from
+// a heap block of exactly their size: the write must not read past it.
+long write_cmd(const std::string &bytes)
 {
 	int err = 0;
-	vy_host::File *f = vy_host::open(id, &err);
+	vy_host::File *f = vy_host::open(VY_CHRDEV_SUMMARY, &err);
+	std::vector<char> exact(bytes.begin(), bytes.end());
 
 	EXPECT_NE(f, nullptr) << err;
 	if (!f)
 		return -1000;
-	long r = vy_host::write(f, bytes.data(), bytes.size());
+	long r = vy_host::write(f, exact.empty() ? "" : exact.data(), exact.size());
 	EXPECT_EQ(vy_host::release(f), 0);
 	return r;
+}
+
+/* The module state a bad input must leave alone. */
+std::string state_now()
+{
+	std::string s = std::to_string(vy_read_force_listen()) + " " +
+			std::to_string(debug_level) + " " +
+			std::to_string(vy_get_sta_count()) + " " +
+			std::to_string(vy_read_listeners()) + " " +
+			std::to_string(vy_host::hooks_registered());
+	vy_read_guard g(&vy_sta_table.sta_lock);
+	for (auto &h : vy_sta_table.sta_hlist)
+		for (vy_hlist_node *p = h.first; p; p = p->next) {
+			const sta *e = vy_container_of(p, sta, hlist);
+			s += " " + std::string(e->mac, e->mac + 6) + e->vap_name;
+		}
+	return s;
+}
+
+bool scan_space(u8 c)
+{
+	return c == ' ' || (c >= '\t' && c <= '\r') || c == 0xa0;
 }
 
 class DumpCommand : public ModuleTest {
@@ -167,6 +192,64 @@ TEST_F(DumpCommand, UnreadableUserBytesAreRefused)
 	EXPECT_TRUE(has_sta(kA));
 	EXPECT_TRUE(has_sta(kB));
 	EXPECT_EQ(helps_printed(), 0);
+}
+
+/*
+ * Every length from 0 to 70, any bytes: each line starts with a head that
+ * is, or begins, a command word and goes on with random bytes whose first
+ * one cannot complete the command (so the line is never a valid command);
+ * then the rest is random, NUL and binary included. Lines of 1 to 64
+ * bytes print the help once and return their length; longer ones are
+ * refused with the length error (rate limited) and return 0; the empty
+ * write returns 0 silently. Nothing else changes.
+ */
+TEST_F(DumpCommand, BadLinesOfEveryLengthChangeNothing)
+{
+	const std::pair<std::string, std::string> heads[] = {
+		/* a head, and the bytes the first random byte avoids */
+		{"", "df"},
+		{"del ", "as"},
+		{"del sta ", "0123456789abcdefABCDEF"},
+		{"force_listen ", "01"},
+		{"debug_level ", "01234"},
+	};
+	std::mt19937 rng(8);
+	const std::string before = state_now();
+	int length_errors = 0;
+
+	for (const auto &h : heads) {
+		for (size_t len = 0; len <= 70; len++) {
+			for (int rep = 0; rep < 4; rep++) {
+				std::string line = h.first;
+				u8 first;
+				do
+					first = static_cast<u8>(rng());
+				while (scan_space(first) ||
+				       h.second.find((char)first) != std::string::npos);
+				line.push_back((char)first);
+				while (line.size() < len)
+					line.push_back((char)(u8)rng());
+				line.resize(len);
+				SCOPED_TRACE("head \"" + h.first + "\", length " + std::to_string(len));
+
+				vy_host::take_events();
+				long r = write_cmd(line);
+				EXPECT_EQ(r, len <= 64 ? (long)len : 0);
+				EXPECT_EQ(vy_host::log_lines(VY_LOG_DEFAULT).size(), len && len <= 64 ? 4u : 0u);
+				if (len <= 64)
+					EXPECT_EQ(vy_host::log_lines(0).size(), len ? 4u : 0u);
+				ASSERT_LE(vy_host::log_lines(VY_LOG_ERR).size(), 1u);
+				for (const auto &l : vy_host::log_lines(VY_LOG_ERR)) {
+					EXPECT_NE(l.find("The input length " + std::to_string(len) + " > 64"),
+						  std::string::npos);
+					length_errors++;
+				}
+				vy_host::settle();
+				ASSERT_EQ(state_now(), before);
+			}
+		}
+	}
+	EXPECT_GE(length_errors, 1);
 }
 
 // ---- start, stop and sysfs ------------------------------------------------
