@@ -5,8 +5,6 @@
 
 #include <arpa/inet.h>
 
-#include <map>
-
 #include "frames.h"
 #include "parsers/msg_builder.h"
 #include "support.h"
@@ -260,46 +258,6 @@ TEST_F(Classify, FrameLinearPartEndsAtEveryLength)
 		EXPECT_EQ(has_domain(kSta, "www.example.com"), linear == f.size());
 		expect_consistent();
 		vy_del_sta_entry(kSta.b, nullptr);
-	}
-}
-
-/*
- * The warnings a station's malformed frames provoke at packet rate pass
- * the rate limit of their call site (10 lines per 5 s): a flood of 200
- * frames prints the warning, but at most 10 lines from each site.
- */
-TEST_F(Classify, StationTrafficCannotFloodTheLog)
-{
-	const Bytes query = msg::Dns().query().question("www.example.com").build();
-	frames::Udp4 udp_past = from_sta(query);
-	udp_past.udp_len = 4000;
-	struct Flood {
-		const char *warning;
-		Bytes frame;
-		size_t linear;
-	} floods[] = {
-		{"error ip header", from_sta(query).build(), 14 + 19},
-		{"error udp header", from_sta(query).build(), 14 + 20 + 7},
-		{"is greater than skb len", udp_past.build(), SIZE_MAX},
-	};
-	join(kSta);
-	for (const Flood &f : floods) {
-		SCOPED_TRACE(f.warning);
-		vy_host::advance(6 * HZ); /* a fresh window of the limit */
-		vy_host::take_events();
-		for (int i = 0; i < 200; i++) {
-			vy_skb skb = vy_host::make_skb(f.frame, f.linear);
-			ASSERT_TRUE(vy_host::pass_pre_routing(skb, wlan));
-		}
-		int matching = 0;
-		std::map<std::string, size_t> per_site; /* "function[line]" */
-		for (const std::string &l : vy_host::log_lines(VY_LOG_WARNING)) {
-			matching += l.find(f.warning) != std::string::npos;
-			per_site[l.substr(0, l.find("]:"))]++;
-		}
-		EXPECT_GE(matching, 1);
-		for (const auto &site : per_site)
-			EXPECT_LE(site.second, 10u) << site.first;
 	}
 }
 
