@@ -1,34 +1,19 @@
 // The diagnostics devices' write side and registration: command lines
 // written to either device, the help, the device and sysfs registration
 // with the undo of a failed start, and the sysfs majors.
-#include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "module_fixture.h"
-#include "station_support.h"
+#include "support.h"
 #include "vy_dump.h"
-#include "vy_host.h"
-#include "vy_sta_list.h"
 
 namespace {
 
-struct Mac {
-	u8 b[ETH_ALEN];
-};
-
-const Mac kA = {{0x02, 0x00, 0x00, 0x00, 0x00, 0x01}};
+const Mac kA = mac_of(0, 1);
 const Mac kB = {{0x0a, 0x1b, 0x2c, 0x3d, 0x4e, 0xf5}};
-
-bool has_sta(const Mac &m)
-{
-	vy_read_guard guard(&vy_sta_table.sta_lock);
-	return _vy_find_sta(m.b) != nullptr;
-}
-
-using station::logs_of;
 
 const std::vector<std::string> kHelp = {
 	"(1) Enable/Disable debug mode to keep listening: echo -n \"force_listen 1/0\" > /dev/vy_summary",
@@ -37,8 +22,7 @@ const std::vector<std::string> kHelp = {
 	"(4) Set debug level: echo -n \"debug_level <0..4>\" > /dev/vy_summary",
 };
 
-// The help printed since the last take_events(), in full copies: any line
-// at the default level must be part of a whole help in order.
+// The help printed since the last take_events(), in whole copies.
 int helps_printed()
 {
 	const std::vector<std::string> lines = vy_host::log_lines(VY_LOG_DEFAULT);
@@ -48,47 +32,64 @@ int helps_printed()
 	return static_cast<int>(lines.size() / kHelp.size());
 }
 
-// Writes bytes through a freshly opened device, as "echo -n" does.
-long write_cmd(const std::string &bytes, int id = VY_CHRDEV_SUMMARY)
+// Writes bytes through a freshly opened device, as "echo -n" does, from
+// a heap block of exactly their size: the write must not read past it.
+long write_cmd(const std::string &bytes)
 {
 	int err = 0;
-	vy_host::File *f = vy_host::open(id, &err);
+	vy_host::File *f = vy_host::open(VY_CHRDEV_SUMMARY, &err);
+	std::vector<char> exact(bytes.begin(), bytes.end());
 
 	EXPECT_NE(f, nullptr) << err;
 	if (!f)
 		return -1000;
-	long r = vy_host::write(f, bytes.data(), bytes.size());
+	long r = vy_host::write(f, exact.empty() ? "" : exact.data(), exact.size());
 	EXPECT_EQ(vy_host::release(f), 0);
 	return r;
 }
 
-class DumpCommandFixture : public ModuleTest {
+/* The module state a bad input must leave alone. */
+std::string state_now()
+{
+	std::string s = std::to_string(vy_read_force_listen()) + " " +
+			std::to_string(debug_level) + " " +
+			std::to_string(vy_get_sta_count()) + " " +
+			std::to_string(vy_read_listeners()) + " " +
+			std::to_string(vy_host::hooks_registered());
+	vy_read_guard g(&vy_sta_table.sta_lock);
+	for (auto &h : vy_sta_table.sta_hlist)
+		for (vy_hlist_node *p = h.first; p; p = p->next) {
+			const sta *e = vy_container_of(p, sta, hlist);
+			s += " " + std::string(e->mac, e->mac + 6) + e->vap_name;
+		}
+	return s;
+}
+
+bool scan_space(u8 c)
+{
+	return c == ' ' || (c >= '\t' && c <= '\r') || c == 0xa0;
+}
+
+class DumpCommand : public ModuleTest {
 protected:
 	void SetUp() override
 	{
 		ModuleTest::SetUp();
-		vy_host::advance_to(1000);
-		join(kA.b);
-		join(kB.b);
+		join(kA);
+		join(kB);
 		vy_host::take_events();
 	}
 };
-
-using DumpCommand = DumpCommandFixture;
-
-// ---- lengths and copies ---------------------------------------------------
-
-// ---- the commands ---------------------------------------------------------
 
 TEST_F(DumpCommand, EachCommandAndItsPrefixes)
 {
 	struct Case {
 		const char *line;
-		int force;     // expected force_listen, or -1 for unchanged (0)
-		int level;     // expected debug_level (starts at 1)
-		bool a_left;   // station kA still there
-		bool b_left;   // station kB still there
-		int helps;     // whole helps printed
+		int force;   // expected force_listen
+		int level;   // expected debug_level (starts at 1)
+		bool a_left; // station kA still there
+		bool b_left; // station kB still there
+		int helps;   // whole helps printed
 	} cases[] = {
 		{"force_listen 1", 1, 1, true, true, 0},
 		{"force_listen 0", 0, 1, true, true, 0},
@@ -125,8 +126,11 @@ TEST_F(DumpCommand, EachCommandAndItsPrefixes)
 		{"del sta 0a:1B:2c:3D:4e:F5", 0, 1, true, false, 0},
 		{"del sta 0a:1b:2c:3d:4e:f5\n", 0, 1, true, false, 0},
 		{" del  sta  0a: 1b: 2c: 3d: 4e: f5", 0, 1, true, false, 0},
+		{"del sta 2", 0, 1, true, true, 1},
 		{"del sta 02:00:00:00:00", 0, 1, true, true, 1},
+		{"del sta 2:0:0:0:0", 0, 1, true, true, 1},
 		{"del sta 02:00:00:00:00:", 0, 1, true, true, 1},
+		{"del sta 02:00:00:00:00:01:ff", 0, 1, false, true, 0}, // not read
 		{"del sta 02-00-00-00-00-01", 0, 1, true, true, 1},
 		{"del sta 02 :00:00:00:00:01", 0, 1, true, true, 1},
 		{"del sta 002:00:00:00:00:01", 0, 1, true, true, 1},
@@ -142,15 +146,11 @@ TEST_F(DumpCommand, EachCommandAndItsPrefixes)
 	};
 
 	// Each line gets a module of its own, with the same two stations.
-	unload();
 	for (const Case &c : cases) {
 		SCOPED_TRACE(std::string("line \"") + c.line + "\"");
-		vy_host::reset();
-		debug_level = 1;
-		veyra_init();
-		vy_host::settle();
-		join(kA.b);
-		join(kB.b);
+		reload();
+		join(kA);
+		join(kB);
 		vy_host::take_events();
 
 		const std::string line = c.line;
@@ -162,80 +162,111 @@ TEST_F(DumpCommand, EachCommandAndItsPrefixes)
 		EXPECT_EQ(has_sta(kB), c.b_left);
 		EXPECT_EQ(vy_get_sta_count(), (int)c.a_left + (int)c.b_left);
 		EXPECT_EQ(helps_printed(), c.helps);
-
-		veyra_exit();
+		unload();
 		EXPECT_EQ(vy_host::live_allocations(), 0);
 		EXPECT_FALSE(vy_host::hooks_registered());
-		debug_level = 1;
 	}
-	vy_host::reset();
-	load();
 }
 
 TEST_F(DumpCommand, DebugLevelZeroLeavesOnlyErrors)
 {
 	EXPECT_EQ(write_cmd("debug_level 0"), 13);
 	vy_host::take_events();
-
 	// Notices and warnings of the station table are silent now, errors
 	// still print.
-	const Mac c = {{0x02, 0, 0, 0, 0, 0x33}};
-	join(c.b);
+	const Mac c = mac_of(0, 0x33);
+	ASSERT_TRUE(vy_host::umac_event(0, c.b, "wlan0"));
 	EXPECT_EQ(write_cmd("del sta 02:00:00:00:00:33"), 25);
 	EXPECT_FALSE(has_sta(c));
 	write_cmd(std::string(65, 'x'));
-	for (const vy_host::Event &e : vy_host::events()) {
-		if (e.kind == vy_host::EventKind::Log) {
-			EXPECT_EQ(e.level, VY_LOG_ERR) << e.text;
-		}
-	}
+	EXPECT_EQ(vy_host::log_lines().size(), 1u);
 	EXPECT_EQ(vy_host::log_lines(VY_LOG_ERR).size(), 1u);
 }
 
-TEST_F(DumpCommand, ForceListenHooksWithoutStations)
+TEST_F(DumpCommand, UnreadableUserBytesAreRefused)
 {
-	// A module without stations, so that no second hook run is queued.
-	unload();
-	vy_host::reset();
-	load();
-	ASSERT_FALSE(vy_host::hooks_registered());
+	vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER);
+	EXPECT_EQ(write_cmd("del all"), -VY_EFAULT);
+	EXPECT_EQ(logs_of(VY_LOG_ERR, "vy_dump_dev_write"),
+		  std::vector<std::string>{"copy_from_user error"});
+	EXPECT_TRUE(has_sta(kA));
+	EXPECT_TRUE(has_sta(kB));
+	EXPECT_EQ(helps_printed(), 0);
+}
 
-	EXPECT_EQ(write_cmd("force_listen 1"), 14);
-	vy_host::settle();
-	EXPECT_TRUE(vy_host::hooks_registered());
-	EXPECT_EQ(write_cmd("force_listen 0"), 14);
-	vy_host::settle();
-	EXPECT_FALSE(vy_host::hooks_registered());
+/*
+ * Every length from 0 to 70, any bytes: each line starts with a head that
+ * is, or begins, a command word and goes on with random bytes whose first
+ * one cannot complete the command (so the line is never a valid command);
+ * then the rest is random, NUL and binary included. Lines of 1 to 64
+ * bytes print the help once and return their length; longer ones are
+ * refused with the length error (rate limited) and return 0; the empty
+ * write returns 0 silently. Nothing else changes.
+ */
+TEST_F(DumpCommand, BadLinesOfEveryLengthChangeNothing)
+{
+	const std::pair<std::string, std::string> heads[] = {
+		/* a head, and the bytes the first random byte avoids */
+		{"", "df"},
+		{"del ", "as"},
+		{"del sta ", "0123456789abcdefABCDEF"},
+		{"force_listen ", "01"},
+		{"debug_level ", "01234"},
+	};
+	std::mt19937 rng(8);
+	const std::string before = state_now();
+	int length_errors = 0;
+
+	for (const auto &h : heads) {
+		for (size_t len = 0; len <= 70; len++) {
+			for (int rep = 0; rep < 4; rep++) {
+				std::string line = h.first;
+				u8 first;
+				do
+					first = static_cast<u8>(rng());
+				while (scan_space(first) ||
+				       h.second.find((char)first) != std::string::npos);
+				line.push_back((char)first);
+				while (line.size() < len)
+					line.push_back((char)(u8)rng());
+				line.resize(len);
+				SCOPED_TRACE("head \"" + h.first + "\", length " + std::to_string(len));
+
+				vy_host::take_events();
+				long r = write_cmd(line);
+				EXPECT_EQ(r, len <= 64 ? (long)len : 0);
+				EXPECT_EQ(vy_host::log_lines(VY_LOG_DEFAULT).size(), len && len <= 64 ? 4u : 0u);
+				if (len <= 64)
+					EXPECT_EQ(vy_host::log_lines(0).size(), len ? 4u : 0u);
+				ASSERT_LE(vy_host::log_lines(VY_LOG_ERR).size(), 1u);
+				for (const auto &l : vy_host::log_lines(VY_LOG_ERR)) {
+					EXPECT_NE(l.find("The input length " + std::to_string(len) + " > 64"),
+						  std::string::npos);
+					length_errors++;
+				}
+				vy_host::settle();
+				ASSERT_EQ(state_now(), before);
+			}
+		}
+	}
+	EXPECT_GE(length_errors, 1);
 }
 
 // ---- start, stop and sysfs ------------------------------------------------
 
-class DumpInit : public ::testing::Test {
-protected:
-	void SetUp() override
-	{
-		vy_host::reset();
-		debug_level = 1;
-	}
-
-	void TearDown() override
-	{
-		EXPECT_EQ(vy_host::live_allocations(), 0);
-		debug_level = 1;
-	}
-
-	static void expect_nothing_registered()
-	{
-		EXPECT_EQ(vy_host::chrdev_major(VY_CHRDEV_SUMMARY), 0);
-		EXPECT_EQ(vy_host::chrdev_major(VY_CHRDEV_DUMP), 0);
-		EXPECT_FALSE(vy_host::kobject_present());
-		EXPECT_FALSE(vy_host::sysfs_present(VY_SYSFS_SUMMARY_MAJOR));
-		EXPECT_FALSE(vy_host::sysfs_present(VY_SYSFS_DUMP_MAJOR));
-	}
-};
-
-TEST_F(DumpInit, RegistersBothDevicesAndPublishesTheirMajors)
+void expect_nothing_registered()
 {
+	EXPECT_EQ(vy_host::chrdev_major(VY_CHRDEV_SUMMARY), 0);
+	EXPECT_EQ(vy_host::chrdev_major(VY_CHRDEV_DUMP), 0);
+	EXPECT_FALSE(vy_host::kobject_present());
+	EXPECT_FALSE(vy_host::sysfs_present(VY_SYSFS_SUMMARY_MAJOR));
+	EXPECT_FALSE(vy_host::sysfs_present(VY_SYSFS_DUMP_MAJOR));
+	EXPECT_EQ(vy_host::live_allocations(), 0);
+}
+
+TEST(DumpInit, RegistersBothDevicesAndPublishesTheirMajors)
+{
+	vy_host::reset();
 	ASSERT_EQ(vy_dump_init(), 0);
 	const int summary = vy_host::chrdev_major(VY_CHRDEV_SUMMARY);
 	const int dump = vy_host::chrdev_major(VY_CHRDEV_DUMP);
@@ -243,12 +274,9 @@ TEST_F(DumpInit, RegistersBothDevicesAndPublishesTheirMajors)
 	EXPECT_GT(dump, 0);
 	EXPECT_NE(summary, dump);
 	EXPECT_TRUE(vy_host::kobject_present());
-	EXPECT_EQ(vy_host::sysfs_read(VY_SYSFS_SUMMARY_MAJOR),
-		  std::to_string(summary) + "\n");
-	EXPECT_EQ(vy_host::sysfs_read(VY_SYSFS_DUMP_MAJOR),
-		  std::to_string(dump) + "\n");
+	EXPECT_EQ(vy_host::sysfs_read(VY_SYSFS_SUMMARY_MAJOR), std::to_string(summary) + "\n");
+	EXPECT_EQ(vy_host::sysfs_read(VY_SYSFS_DUMP_MAJOR), std::to_string(dump) + "\n");
 	EXPECT_TRUE(vy_host::log_lines().empty());
-
 	char page[4096];
 	EXPECT_EQ(vy_sysfs_show(7, page), -VY_EINVAL);
 
@@ -259,12 +287,12 @@ TEST_F(DumpInit, RegistersBothDevicesAndPublishesTheirMajors)
 	expect_nothing_registered();
 }
 
-TEST_F(DumpInit, AFailedStartUndoesEveryStepBeforeIt)
+TEST(DumpInit, AFailedStartUndoesEveryStepBeforeIt)
 {
 	struct Case {
 		vy_host::FailPoint point;
-		int err;      // injected
-		int result;   // of vy_dump_init
+		int err;    // injected
+		int result; // of vy_dump_init
 		const char *line;
 	} cases[] = {
 		{vy_host::FAIL_CHRDEV_SUMMARY, -16, -16,
@@ -282,10 +310,8 @@ TEST_F(DumpInit, AFailedStartUndoesEveryStepBeforeIt)
 		vy_host::reset();
 		vy_host::fail_at(c.point, c.err);
 		EXPECT_EQ(vy_dump_init(), c.result);
-		EXPECT_EQ(logs_of(VY_LOG_ERR, "vy_dump_init"),
-			  std::vector<std::string>{c.line});
+		EXPECT_EQ(logs_of(VY_LOG_ERR, "vy_dump_init"), std::vector<std::string>{c.line});
 		expect_nothing_registered();
-
 		// What was undone is forgotten: a stop removes nothing, and a
 		// later start registers everything again.
 		vy_dump_exit();
@@ -296,17 +322,6 @@ TEST_F(DumpInit, AFailedStartUndoesEveryStepBeforeIt)
 		vy_dump_exit();
 		expect_nothing_registered();
 	}
-}
-
-TEST_F(DumpCommand, UnreadableUserBytesAreRefused)
-{
-	vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER);
-	EXPECT_EQ(write_cmd("del all"), -VY_EFAULT);
-	EXPECT_EQ(logs_of(VY_LOG_ERR, "vy_dump_dev_write"),
-		  std::vector<std::string>{"copy_from_user error"});
-	EXPECT_TRUE(has_sta(kA));
-	EXPECT_TRUE(has_sta(kB));
-	EXPECT_EQ(helps_printed(), 0);
 }
 
 } // namespace

@@ -1,31 +1,26 @@
-// Station table: joins and leaves from umac, deletion, the copy walk, the
-// listener accounting and force_listen; and the two notification senders.
-#include <cstdio>
+// Station table: joins and leaves from umac, deletion, the listener
+// accounting and its over-release.
 #include <cstring>
-#include <functional>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "station_support.h"
+#include "support.h"
 
 extern s32 vy_listeners;
 
 namespace {
 
-using namespace station;
+using StaTable = ModuleTest;
 
-using StaTableTest = StationTest;
-
-TEST_F(StaTableTest, JoinCreatesEntryWithTwoListenersAndHooks)
+TEST_F(StaTable, JoinCreatesEntryWithTwoListenersAndHooks)
 {
 	const Mac a = mac_of(1, 1);
-	sta s;
 
 	debug_level = 2;
 	ASSERT_TRUE(vy_host::umac_event(0, a.b, "wlan0"));
-	ASSERT_TRUE(snap(a, &s));
+	ASSERT_TRUE(has_sta(a));
+	sta s = snap(a);
 	EXPECT_STREQ(s.vap_name, "wlan0");
 	EXPECT_EQ(s.listeners, 2);
 	EXPECT_EQ(s.join_time, 1000u);
@@ -34,22 +29,40 @@ TEST_F(StaTableTest, JoinCreatesEntryWithTwoListenersAndHooks)
 	EXPECT_EQ(vy_get_sta_count(), 1);
 	EXPECT_EQ(vy_read_listeners(), 2);
 	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_sta_evt_cb",
-			   "receive sta event 0 (sta: " + mac_str(a) +
-				   ", vap: wlan0)"));
+			   "receive sta event 0 (sta: " + mac_str(a) + ", vap: wlan0)"));
 	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_add_sta_entry",
 			   "STA " + mac_str(a) + " is added. (VAP = wlan0)"));
 	vy_host::settle();
 	EXPECT_TRUE(vy_host::hooks_registered());
+
+	// Leaves from another VAP delete nothing.
+	for (const char *other : {"wlan1", "WLAN0", "wlan0x"}) {
+		leave(a, other);
+		EXPECT_TRUE(has_sta(a)) << other;
+		EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_del_sta_entry",
+				   "Do not delete STA " + mac_str(a) +
+					   " due to different vaps (current vap wlan0, STA leave event with vap " +
+					   other + ")"));
+	}
+	EXPECT_EQ(vy_read_listeners(), 2);
+	EXPECT_TRUE(vy_host::hooks_registered());
+
+	leave(a);
+	EXPECT_FALSE(has_sta(a));
+	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_del_sta_entry",
+			   "Delete STA " + mac_str(a) + " from wlan0"));
+	EXPECT_EQ(vy_get_sta_count(), 0);
+	EXPECT_EQ(vy_read_listeners(), 0);
+	// The last listener gone with force_listen off: the hooks come off.
+	EXPECT_FALSE(vy_host::hooks_registered());
 }
 
-TEST_F(StaTableTest, VapNameIsCutTo15Characters)
+TEST_F(StaTable, VapNameIsCutTo15Characters)
 {
 	const Mac a = mac_of(3, 1), b = mac_of(3, 2);
-	sta s;
 
 	vy_add_sta_entry(a.b, "abcdefghijklmnopqrstuvwxyz");
-	ASSERT_TRUE(snap(a, &s));
-	EXPECT_STREQ(s.vap_name, "abcdefghijklmno");
+	EXPECT_STREQ(snap(a).vap_name, "abcdefghijklmno");
 
 	// A record whose name field holds no NUL: the read stops at 16 bytes.
 	u8 record[64];
@@ -60,50 +73,28 @@ TEST_F(StaTableTest, VapNameIsCutTo15Characters)
 	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_sta_evt_cb",
 			   "receive sta event 0 (sta: " + mac_str(b) +
 				   ", vap: xxxxxxxxxxxxxxxx)"));
-	ASSERT_TRUE(snap(b, &s));
-	EXPECT_STREQ(s.vap_name, "xxxxxxxxxxxxxxx");
+	EXPECT_STREQ(snap(b).vap_name, "xxxxxxxxxxxxxxx");
 }
 
-TEST_F(StaTableTest, LeaveDeletesOnlyFromTheSameVap)
-{
-	const Mac a = mac_of(4, 1);
-	sta s;
-
-	debug_level = 2;
-	vy_host::umac_event(0, a.b, "wlan0");
-	vy_host::settle();
-	ASSERT_TRUE(vy_host::hooks_registered());
-
-	for (const char *other : {"wlan1", "WLAN0", "wlan0x"}) {
-		vy_host::umac_event(1, a.b, other);
-		EXPECT_TRUE(snap(a, &s)) << other;
-		EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_del_sta_entry",
-				   "Do not delete STA " + mac_str(a) +
-					   " due to different vaps (current vap wlan0, STA leave event with vap " +
-					   other + ")"));
-	}
-	EXPECT_EQ(vy_read_listeners(), 2);
-
-	vy_host::umac_event(1, a.b, "wlan0");
-	EXPECT_FALSE(snap(a, &s));
-	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_del_sta_entry",
-			   "Delete STA " + mac_str(a) + " from wlan0"));
-	EXPECT_EQ(vy_get_sta_count(), 0);
-	EXPECT_EQ(vy_read_listeners(), 0);
-	// The last listener gone with force_listen off: the hooks come off.
-	vy_host::settle();
-	EXPECT_FALSE(vy_host::hooks_registered());
-}
-
-TEST_F(StaTableTest, DeleteByCommandAndRefusedArguments)
+TEST_F(StaTable, DeleteByCommandAndRefusedArguments)
 {
 	const Mac a = mac_of(5, 1), b = mac_of(5, 2);
-	sta s;
+
+	// A failed allocation at a join changes nothing.
+	vy_host::fail_next_allocations(1);
+	EXPECT_TRUE(vy_host::umac_event(0, a.b, "wlan0"));
+	EXPECT_FALSE(has_sta(a));
+	EXPECT_EQ(vy_get_sta_count(), 0);
+	EXPECT_EQ(vy_read_listeners(), 0);
+	EXPECT_TRUE(logged(VY_LOG_WARNING, "vy_add_sta_entry",
+			   "_vy_add_sta_entry() fails, STA = " + mac_str(a)));
+	vy_host::settle();
+	EXPECT_EQ(vy_host::hook_registrations(), 0);
 
 	debug_level = 2;
 	vy_add_sta_entry(a.b, "wlan3");
 	EXPECT_EQ(vy_del_sta_entry(a.b, nullptr), 0);
-	EXPECT_FALSE(snap(a, &s));
+	EXPECT_FALSE(has_sta(a));
 	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_del_sta_entry",
 			   "Delete STA " + mac_str(a) + " from user command"));
 
@@ -112,39 +103,21 @@ TEST_F(StaTableTest, DeleteByCommandAndRefusedArguments)
 			   "STA " + mac_str(b) + " does not exist"));
 	EXPECT_EQ(vy_del_sta_entry(nullptr, "wlan0"), -1);
 	EXPECT_TRUE(logged(VY_LOG_ERR, "vy_del_sta_entry", "sta_mac is null"));
-
 	EXPECT_EQ(vy_add_sta_entry(b.b, nullptr), -1);
 	EXPECT_TRUE(logged(VY_LOG_ERR, "vy_add_sta_entry",
 			   "vap_name is NULL (STA = " + mac_str(b) + ")"));
 	EXPECT_EQ(vy_add_sta_entry(nullptr, "wlan0"), -1);
+	EXPECT_TRUE(logged(VY_LOG_ERR, "vy_add_sta_entry", "sta_mac is null"));
 	EXPECT_EQ(vy_sta_evt_cb(0, nullptr), -1);
 	EXPECT_TRUE(logged(VY_LOG_ERR, "vy_sta_evt_cb", "arg is NULL"));
 	EXPECT_EQ(vy_get_sta_count(), 0);
-	EXPECT_EQ(vy_read_listeners(), 0);
 }
 
-TEST_F(StaTableTest, FailedAllocationAtJoinChangesNothing)
-{
-	const Mac a = mac_of(7, 1);
-	sta s;
-
-	vy_host::fail_next_allocations(1);
-	EXPECT_EQ(vy_host::umac_event(0, a.b, "wlan0"), true);
-	EXPECT_FALSE(snap(a, &s));
-	EXPECT_EQ(vy_get_sta_count(), 0);
-	EXPECT_EQ(vy_read_listeners(), 0);
-	EXPECT_TRUE(logged(VY_LOG_WARNING, "vy_add_sta_entry",
-			   "_vy_add_sta_entry() fails, STA = " + mac_str(a)));
-	vy_host::settle();
-	EXPECT_EQ(vy_host::hook_registrations(), 0);
-}
-
-
-TEST_F(StaTableTest, ReleaseBeyondTheEntryIsClampedAndLogged)
+TEST_F(StaTable, ReleaseBeyondTheEntryIsClampedAndLogged)
 {
 	const Mac a = mac_of(11, 1);
 
-	vy_add_sta_entry(a.b, "wlan0");
+	join(a);
 	{
 		vy_write_guard guard(&vy_sta_table.sta_lock);
 		sta *e = _vy_find_sta(a.b);
@@ -165,6 +138,9 @@ TEST_F(StaTableTest, ReleaseBeyondTheEntryIsClampedAndLogged)
 			   "sta->listeners 1  < substacted listener_num 2 (total listeners = 1)"));
 	EXPECT_TRUE(logged(VY_LOG_ERR, "_vy_del_listeners",
 			   "vy_listeners become negative value -3 somehow (decrease num = 3, sta->listeners = 0)"));
+	vy_host::settle();
+	EXPECT_FALSE(vy_host::hooks_registered());
+	expect_consistent();
 }
 
 } // namespace
