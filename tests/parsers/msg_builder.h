@@ -99,8 +99,8 @@ public:
 	Dns &question(const Bytes &qname, std::uint16_t qtype = kTypeA)
 	{
 		body_ = body_ + qname;
-		put16(qtype);
-		put16(1); /* IN */
+		put16(body_, qtype);
+		put16(body_, 1); /* IN */
 		questions_++;
 		return *this;
 	}
@@ -114,12 +114,11 @@ public:
 		    std::optional<std::uint16_t> rdlength = std::nullopt)
 	{
 		body_ = body_ + owner;
-		put16(type);
-		put16(1); /* IN */
-		put16(0); /* TTL: 300 s */
-		put16(300);
-		put16(rdlength ? *rdlength
-			       : static_cast<std::uint16_t>(rdata.size()));
+		put16(body_, type);
+		put16(body_, 1); /* IN */
+		put16(body_, 0); /* TTL: 300 s */
+		put16(body_, 300);
+		put16(body_, rdlength ? *rdlength : static_cast<std::uint16_t>(rdata.size()));
 		body_ = body_ + rdata;
 		records_++;
 		return *this;
@@ -142,26 +141,20 @@ public:
 
 	Bytes build() const
 	{
-		Bytes m(12, 0);
+		Bytes m{0x12, 0x34};
 
-		m[0] = 0x12;
-		m[1] = 0x34;
-		set16(m, 2, flags_);
-		set16(m, 4, qdcount_ ? *qdcount_ : questions_);
-		set16(m, 6, ancount_ ? *ancount_ : records_);
+		put16(m, flags_);
+		put16(m, qdcount_ ? *qdcount_ : questions_);
+		put16(m, ancount_ ? *ancount_ : records_);
+		m.resize(12); /* no authority or additional records */
 		return m + body_;
 	}
 
 private:
-	void put16(std::uint16_t v)
+	static void put16(Bytes &b, std::uint16_t v)
 	{
-		body_.push_back(static_cast<std::uint8_t>(v >> 8));
-		body_.push_back(static_cast<std::uint8_t>(v));
-	}
-	static void set16(Bytes &m, size_t at, std::uint16_t v)
-	{
-		m[at] = static_cast<std::uint8_t>(v >> 8);
-		m[at + 1] = static_cast<std::uint8_t>(v);
+		b.push_back(static_cast<std::uint8_t>(v >> 8));
+		b.push_back(static_cast<std::uint8_t>(v));
 	}
 
 	std::uint16_t flags_ = 0x0100;

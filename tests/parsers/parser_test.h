@@ -25,6 +25,12 @@ inline Lines operator+(Lines a, const Lines &b)
 	return a;
 }
 
+inline std::string text(const msg::Ip &ip)
+{
+	return std::to_string(ip[0]) + "." + std::to_string(ip[1]) + "." +
+	       std::to_string(ip[2]) + "." + std::to_string(ip[3]);
+}
+
 /* Every log line and station table call since the last take, in order:
  * a line as "<level> function:text" (level one of E W N I D, the source
  * line left out), a call as "> what arguments" (recorder.cpp). */

@@ -53,7 +53,8 @@ extern "C" {
 s32 __wrap_vy_set_sta_dhcp_status(const u8 *mac, u32 status, u8 type, u32 ip, u32 server,
 				  u32 gateway, u32 dns, const char *hostname, u8 hostname_len)
 {
-	return record("dhcp %pM status %u type %u ip %pI4 server %pI4 gateway %pI4 dns %pI4 host %s/%u",
+	return record("dhcp %pM status %u type %u ip %pI4 server %pI4 gateway %pI4 dns %pI4 "
+		      "host %s/%u",
 		      mac, status, type, &ip, &server, &gateway, &dns, hostname, hostname_len);
 }
 

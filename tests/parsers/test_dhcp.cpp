@@ -7,11 +7,9 @@
 
 namespace {
 
-using msg::Bytes;
-using msg::Dhcp;
-using msg::Ip;
+using namespace msg;
 
-const msg::Mac kMac{0x02, 0xaa, 0xbb, 0xcc, 0xdd, 0x0e};
+const Mac kMac{0x02, 0xaa, 0xbb, 0xcc, 0xdd, 0x0e};
 const Ip kCi{10, 0, 0, 11}, kYi{10, 0, 0, 22}, kReq{10, 0, 0, 33};
 const Ip kSrv{10, 0, 0, 1}, kGw{10, 0, 0, 254}, kDns{10, 0, 0, 53}, k0{0, 0, 0, 0};
 
@@ -20,12 +18,6 @@ enum : u8 { FROM_STA = 0, TO_STA = 1 };
 enum : u32 { UNKNOWN = 0, OK = 1, FAIL = 2, INVALID = 3 };
 
 const std::string kDbg = "D vy_parse_dhcp:";
-
-std::string text(const Ip &ip)
-{
-	return std::to_string(ip[0]) + "." + std::to_string(ip[1]) + "." +
-	       std::to_string(ip[2]) + "." + std::to_string(ip[3]);
-}
 
 /* What the station table is handed: the call, then the notice about it. */
 struct Handed {
@@ -65,15 +57,15 @@ Dhcp base()
 Dhcp collected(Dhcp d, bool with_requested = true)
 {
 	if (with_requested)
-		d.addr_option(msg::kOptRequestedIp, kReq);
-	return d.addr_option(msg::kOptServerId, kSrv).addr_option(msg::kOptRouter, kGw)
-		.addr_option(msg::kOptDns, kDns).hostname("sta1");
+		d.addr_option(kOptRequestedIp, kReq);
+	return d.addr_option(kOptServerId, kSrv).addr_option(kOptRouter, kGw)
+		.addr_option(kOptDns, kDns).hostname("sta1");
 }
 
 /* A message of a type with them, END and the usual zero padding. */
 Dhcp full(u8 type, bool with_requested = true)
 {
-	return collected(base().type(type), with_requested).raw({msg::kOptEnd}).pad_to(300);
+	return collected(base().type(type), with_requested).raw({kOptEnd}).pad_to(300);
 }
 
 struct DhcpCase {
@@ -100,129 +92,121 @@ Lines wrong_way(const std::string &type, const char *way)
 	return {kDbg + "receive DHCP " + type + " which goes " + way + " a wireless interface."};
 }
 
+const Lines kTypeLen2{kDbg + "invalid dhcp option: MESSAGE_TYPE(53) len = 2 (should be 1)"};
+const std::string h64(64, 'h');
+
+const DhcpCase kRows[] = {
+	/* ---- outcome by type and direction ---- */
+	{"discover", full(DISCOVER).build(), FROM_STA, 0, handed({UNKNOWN, DISCOVER, kReq})},
+	{"discover_to_sta", full(DISCOVER).build(), TO_STA, 0, wrong_way("DISCOVER", "to")},
+	{"offer", full(OFFER).build(), TO_STA, 0, handed({UNKNOWN, OFFER, kYi})},
+	{"offer_from_sta", full(OFFER).build(), FROM_STA, 0, wrong_way("OFFER", "from")},
+	{"request_with_requested_address", full(REQUEST).build(), FROM_STA, 0,
+	 handed({UNKNOWN, REQUEST, kReq})},
+	{"request_without_requested_address", full(REQUEST, false).build(), FROM_STA, 0,
+	 handed({UNKNOWN, REQUEST, kCi})},
+	{"request_to_sta", full(REQUEST).build(), TO_STA, 0, wrong_way("REQUEST", "to")},
+	{"ack", full(ACK).build(), TO_STA, 0, handed({OK, ACK, kYi})},
+	/* an ACK without an address answers an INFORM */
+	{"ack_without_address", full(ACK).yiaddr(k0).build(), TO_STA, 0,
+	 handed({INVALID, ACK, k0})},
+	{"ack_from_sta", full(ACK).build(), FROM_STA, 0, wrong_way("ACK", "from")},
+	{"type_200_is_unknown", full(200).build(), FROM_STA, 0, handed({INVALID, 200, kReq})},
+
+	/* ---- size range and cookie ---- */
+	{"size_239", Bytes(239, 1), FROM_STA, -1, size_line(239)},
+	{"size_240_no_options", base().build(), FROM_STA, 0,
+	 handed({INVALID, 0, k0, "", k0, k0, k0})},
+	{"size_552", full(DISCOVER).pad_to(552).build(), FROM_STA, 0,
+	 handed({UNKNOWN, DISCOVER, kReq})},
+	{"size_553", full(DISCOVER).pad_to(553).build(), FROM_STA, -1, size_line(553)},
+	/* options up to the very last byte of the largest message */
+	{"option_ends_at_552",
+	 collected(base().type(DISCOVER)).pad_to(552 - 6).addr_option(kOptRouter, kGw).build(),
+	 FROM_STA, 0, handed({UNKNOWN, DISCOVER, kReq})},
+	{"bad_cookie", full(DISCOVER).cookie({0x63, 0x82, 0x53, 0x64}).build(), FROM_STA, -1,
+	 {kDbg + "not dhcp magic cookie. pkt magic_cookie = 63 82 53 64, "
+		 "dhcp magic_cookie = 63 82 53 63"}},
+
+	/* ---- options ---- */
+	{"repeated_options_last_wins",
+	 base().type(DISCOVER).addr_option(kOptServerId, {9, 9, 9, 9}).hostname("sta1")
+		 .addr_option(kOptServerId, kSrv).type(RELEASE).addr_option(kOptRouter, kGw)
+		 .addr_option(kOptDns, kDns).addr_option(kOptRequestedIp, kReq).build(),
+	 TO_STA, 0, handed({UNKNOWN, RELEASE, kReq})},
+	{"type_option_of_length_2_ignored",
+	 collected(base().type(DISCOVER).option(kOptMessageType, {NACK, NACK})).build(), FROM_STA,
+	 0, kTypeLen2 + handed({UNKNOWN, DISCOVER, kReq})},
+	{"only_type_option_of_length_2",
+	 base().option(kOptMessageType, {NACK, NACK}).addr_option(kOptServerId, kSrv).build(),
+	 FROM_STA, 0, kTypeLen2 + handed({INVALID, 0, k0, "", kSrv, k0, k0})},
+	/* a last option of length 0 ends exactly at the message end */
+	{"zero_length_last_option", base().type(DISCOVER).option(kOptHostname, {}).build(),
+	 FROM_STA, 0, handed({UNKNOWN, DISCOVER, k0, "", k0, k0, k0})},
+	{"hostname_of_64", base().type(DISCOVER).hostname(h64).build(), FROM_STA, 0,
+	 handed({UNKNOWN, DISCOVER, k0, h64, k0, k0, k0})},
+	{"hostname_of_65_ignored",
+	 base().type(DISCOVER).hostname("first").hostname(std::string(65, 'h')).build(),
+	 FROM_STA, 0,
+	 Lines{kDbg + "invalid dhcp option: hostname len 65 >= 65"} +
+		 handed({UNKNOWN, DISCOVER, k0, "first", k0, k0, k0})},
+	/* a shorter name overwrites the start of the one before */
+	{"shorter_hostname_overwrites_the_start",
+	 base().type(DISCOVER).hostname("abcdef").hostname("xy").build(), FROM_STA, 0,
+	 handed({UNKNOWN, DISCOVER, k0, "xycdef", k0, k0, k0, 2})},
+	{"two_routers_and_servers_give_the_first",
+	 base().type(ACK).option(kOptRouter, {10, 0, 0, 254, 10, 0, 0, 253})
+		 .option(kOptDns, {10, 0, 0, 53, 8, 8, 8, 8}).addr_option(kOptServerId, kSrv)
+		 .hostname("sta1").build(),
+	 TO_STA, 0, handed({OK, ACK, kYi})},
+	/* an address option's first four bytes, whatever its length byte */
+	{"address_option_length_not_examined",
+	 base().type(DISCOVER).raw({kOptRequestedIp, 2, 10, 9, 0, 0, kOptEnd}).build(), FROM_STA,
+	 0, handed({UNKNOWN, DISCOVER, {10, 9, 0, 0}, "", k0, k0, k0})},
+	{"pad_is_one_byte",
+	 base().raw({0}).type(DISCOVER).raw({0, 0, 0}).addr_option(kOptServerId, kSrv).raw({0})
+		 .hostname("sta1").build(),
+	 FROM_STA, 0, handed({UNKNOWN, DISCOVER, k0, "sta1", kSrv, k0, k0})},
+	{"end_ends_the_walk",
+	 base().type(DISCOVER).raw({kOptEnd}).hostname("late").addr_option(kOptServerId, kSrv)
+		 .build(),
+	 FROM_STA, 0, handed({UNKNOWN, DISCOVER, k0, "", k0, k0, k0})},
+};
+
 std::vector<DhcpCase> cases()
 {
-	const Lines kTypeLen2{kDbg + "invalid dhcp option: MESSAGE_TYPE(53) len = 2 (should be 1)"};
-	const std::string h64(64, 'h');
-	Bytes cut239 = base().build();
-	cut239.resize(239);
-	std::vector<DhcpCase> v = {
-		/* ---- outcome by type and direction ---- */
-		{"discover", full(DISCOVER).build(), FROM_STA, 0, handed({UNKNOWN, DISCOVER, kReq})},
-		{"discover_without_requested_address", full(DISCOVER, false).build(), FROM_STA, 0,
-		 handed({UNKNOWN, DISCOVER, k0})},
-		{"discover_to_sta", full(DISCOVER).build(), TO_STA, 0, wrong_way("DISCOVER", "to")},
-		{"offer", full(OFFER).build(), TO_STA, 0, handed({UNKNOWN, OFFER, kYi})},
-		{"offer_from_sta", full(OFFER).build(), FROM_STA, 0, wrong_way("OFFER", "from")},
-		{"request_with_requested_address", full(REQUEST).build(), FROM_STA, 0,
-		 handed({UNKNOWN, REQUEST, kReq})},
-		{"request_without_requested_address", full(REQUEST, false).build(), FROM_STA, 0,
-		 handed({UNKNOWN, REQUEST, kCi})},
-		{"request_with_requested_address_zero",
-		 collected(base().type(REQUEST).addr_option(msg::kOptRequestedIp, k0), false).build(),
-		 FROM_STA, 0, handed({UNKNOWN, REQUEST, kCi})},
-		{"request_to_sta", full(REQUEST).build(), TO_STA, 0, wrong_way("REQUEST", "to")},
-		{"ack", full(ACK).build(), TO_STA, 0, handed({OK, ACK, kYi})},
-		/* an ACK without an address answers an INFORM */
-		{"ack_without_address", full(ACK).yiaddr(k0).build(), TO_STA, 0,
-		 handed({INVALID, ACK, k0})},
-		{"ack_from_sta", full(ACK).build(), FROM_STA, 0, wrong_way("ACK", "from")},
-		{"type_200_is_unknown", full(200).build(), FROM_STA, 0, handed({INVALID, 200, kReq})},
+	std::vector<DhcpCase> v(std::begin(kRows), std::end(kRows));
 
-		/* ---- size range and cookie ---- */
-		{"size_0", Bytes(), FROM_STA, -1, size_line(0)},
-		{"size_239", cut239, FROM_STA, -1, size_line(239)},
-		{"size_240_no_options", base().build(), FROM_STA, 0,
-		 handed({INVALID, 0, k0, "", k0, k0, k0})},
-		{"size_552", full(DISCOVER).pad_to(552).build(), FROM_STA, 0,
-		 handed({UNKNOWN, DISCOVER, kReq})},
-		{"size_553", full(DISCOVER).pad_to(553).build(), FROM_STA, -1, size_line(553)},
-		/* options up to the very last byte of the largest message */
-		{"option_ends_at_552",
-		 collected(base().type(DISCOVER)).pad_to(552 - 6)
-			 .addr_option(msg::kOptRouter, kGw).build(),
-		 FROM_STA, 0, handed({UNKNOWN, DISCOVER, kReq})},
-		{"bad_cookie", full(DISCOVER).cookie({0x63, 0x82, 0x53, 0x64}).build(), FROM_STA, -1,
-		 {kDbg + "not dhcp magic cookie. pkt magic_cookie = 63 82 53 64, "
-			 "dhcp magic_cookie = 63 82 53 63"}},
-
-		/* ---- options ---- */
-		{"repeated_options_last_wins",
-		 base().type(DISCOVER).addr_option(msg::kOptServerId, {9, 9, 9, 9}).hostname("sta1")
-			 .addr_option(msg::kOptServerId, kSrv).type(RELEASE)
-			 .addr_option(msg::kOptRouter, kGw).addr_option(msg::kOptDns, kDns)
-			 .addr_option(msg::kOptRequestedIp, kReq).build(),
-		 TO_STA, 0, handed({UNKNOWN, RELEASE, kReq})},
-		{"type_option_of_length_2_ignored",
-		 collected(base().type(DISCOVER).option(msg::kOptMessageType, {NACK, NACK})).build(),
-		 FROM_STA, 0, kTypeLen2 + handed({UNKNOWN, DISCOVER, kReq})},
-		{"only_type_option_of_length_2",
-		 base().option(msg::kOptMessageType, {NACK, NACK}).addr_option(msg::kOptServerId, kSrv)
-			 .build(),
-		 FROM_STA, 0, kTypeLen2 + handed({INVALID, 0, k0, "", kSrv, k0, k0})},
-		/* a last option of length 0 ends exactly at the message end */
-		{"zero_length_last_option", base().type(DISCOVER).option(msg::kOptHostname, {}).build(),
-		 FROM_STA, 0, handed({UNKNOWN, DISCOVER, k0, "", k0, k0, k0})},
-		{"hostname_of_64", base().type(DISCOVER).hostname(h64).build(), FROM_STA, 0,
-		 handed({UNKNOWN, DISCOVER, k0, h64, k0, k0, k0})},
-		{"hostname_of_65_ignored",
-		 base().type(DISCOVER).hostname("first").hostname(std::string(65, 'h')).build(),
-		 FROM_STA, 0,
-		 Lines{kDbg + "invalid dhcp option: hostname len 65 >= 65"} +
-			 handed({UNKNOWN, DISCOVER, k0, "first", k0, k0, k0})},
-		/* a shorter name overwrites the start of the one before */
-		{"shorter_hostname_overwrites_the_start",
-		 base().type(DISCOVER).hostname("abcdef").hostname("xy").build(), FROM_STA, 0,
-		 handed({UNKNOWN, DISCOVER, k0, "xycdef", k0, k0, k0, 2})},
-		{"two_routers_and_servers_give_the_first",
-		 base().type(ACK).option(msg::kOptRouter, {10, 0, 0, 254, 10, 0, 0, 253})
-			 .option(msg::kOptDns, {10, 0, 0, 53, 8, 8, 8, 8})
-			 .addr_option(msg::kOptServerId, kSrv).hostname("sta1").build(),
-		 TO_STA, 0, handed({OK, ACK, kYi})},
-		/* an address option's first four bytes, whatever its length byte */
-		{"address_option_length_not_examined",
-		 base().type(DISCOVER).raw({msg::kOptRequestedIp, 2, 10, 9, 0, 0, msg::kOptEnd})
-			 .build(),
-		 FROM_STA, 0, handed({UNKNOWN, DISCOVER, {10, 9, 0, 0}, "", k0, k0, k0})},
-		{"pad_is_one_byte",
-		 base().raw({0}).type(DISCOVER).raw({0, 0, 0}).addr_option(msg::kOptServerId, kSrv)
-			 .raw({0}).hostname("sta1").build(),
-		 FROM_STA, 0, handed({UNKNOWN, DISCOVER, k0, "sta1", kSrv, k0, k0})},
-		{"end_ends_the_walk",
-		 base().type(DISCOVER).raw({msg::kOptEnd}).hostname("late")
-			 .addr_option(msg::kOptServerId, kSrv).build(),
-		 FROM_STA, 0, handed({UNKNOWN, DISCOVER, k0, "", k0, k0, k0})},
-	};
 	/* types followed whichever way they go */
-	const std::pair<u8, u32> both_ways[] = {
-		{DECLINE, UNKNOWN}, {NACK, FAIL}, {RELEASE, UNKNOWN}, {INFORM, INVALID}, {9, INVALID}};
+	const std::pair<u8, u32> both[] = {{DECLINE, UNKNOWN}, {NACK, FAIL}, {RELEASE, UNKNOWN},
+					   {INFORM, INVALID}, {9, INVALID}};
 	for (u8 dir : {FROM_STA, TO_STA})
-		for (const auto &[type, status] : both_ways)
-			v.push_back({"type_" + std::to_string(type) + (dir ? "_to_sta" : "_from_sta"),
+		for (const auto &[type, status] : both)
+			v.push_back({"type_" + std::to_string(type) + (dir ? "_to" : "_from"),
 				     full(type).build(), dir, 0, handed({status, type, kReq})});
 
 	/* The last option cut short by the payload: its code and offset (15,
 	 * after the type, server and host name options) are logged; an
 	 * unknown option's data is never read. */
 	const std::pair<const char *, Bytes> cuts[] = {
-		{"cut_length_byte", {msg::kOptServerId}},
-		{"cut_address", {msg::kOptServerId, 4, 1, 2}},
-		{"cut_address_short_length", {msg::kOptRouter, 1, 1, 2}},
-		{"cut_type_byte", {msg::kOptMessageType, 1}},
-		{"cut_hostname", {msg::kOptHostname, 5, 'a', 'b'}},
-		{"cut_hostname_of_64", {msg::kOptHostname, 64, 'a', 'b'}},
+		{"cut_length_byte", {kOptServerId}},
+		{"cut_address", {kOptServerId, 4, 1, 2}},
+		{"cut_address_short_length", {kOptRouter, 1, 1, 2}},
+		{"cut_type_byte", {kOptMessageType, 1}},
+		{"cut_hostname", {kOptHostname, 5, 'a', 'b'}},
+		{"cut_hostname_of_64", {kOptHostname, 64, 'a', 'b'}},
 		{"cut_unknown_option", {77, 10, 1}},
 	};
 	for (const auto &[what, tail] : cuts) {
-		Lines out = handed({UNKNOWN, DISCOVER, k0, "sta1", kSrv, k0, k0});
-		if (tail[0] != 77)
-			out.insert(out.begin(), kDbg + "dhcp option " + std::to_string(tail[0]) +
-							" cut short at option offset 15 (option length " +
-							std::to_string(15 + tail.size()) + ")");
+		const std::string cut = kDbg + "dhcp option " + std::to_string(tail[0]) +
+					" cut short at option offset 15 (option length " +
+					std::to_string(15 + tail.size()) + ")";
 		v.push_back({what,
-			     base().type(DISCOVER).addr_option(msg::kOptServerId, kSrv)
-				     .hostname("sta1").raw(tail).build(),
-			     FROM_STA, 0, out});
+			     base().type(DISCOVER).addr_option(kOptServerId, kSrv).hostname("sta1")
+				     .raw(tail).build(),
+			     FROM_STA, 0,
+			     (tail[0] == 77 ? Lines{} : Lines{cut}) +
+				     handed({UNKNOWN, DISCOVER, k0, "sta1", kSrv, k0, k0})});
 	}
 	return v;
 }
