@@ -27,15 +27,6 @@ inline Bytes operator+(Bytes a, const Bytes &b)
 
 /* ---- DNS names ---------------------------------------------------------- */
 
-/* One label: its length byte, then its bytes. */
-inline Bytes label(const std::string &s)
-{
-	Bytes b{static_cast<std::uint8_t>(s.size())};
-
-	b.insert(b.end(), s.begin(), s.end());
-	return b;
-}
-
 /* The labels of a dotted name, without the terminating zero byte. */
 inline Bytes labels(const std::string &dotted)
 {
@@ -44,7 +35,9 @@ inline Bytes labels(const std::string &dotted)
 	for (size_t start = 0, dot = 0; !dotted.empty() && dot != std::string::npos;
 	     start = dot + 1) {
 		dot = dotted.find('.', start);
-		out = out + label(dotted.substr(start, dot - start));
+		const std::string label = dotted.substr(start, dot - start);
+		out.push_back(static_cast<std::uint8_t>(label.size()));
+		out.insert(out.end(), label.begin(), label.end());
 	}
 	return out;
 }
@@ -192,10 +185,7 @@ public:
 	Dhcp &yiaddr(const Ip &ip) { return put(16, ip.data(), 4); }
 	Dhcp &siaddr(const Ip &ip) { return put(20, ip.data(), 4); }
 	Dhcp &chaddr(const Mac &mac) { return put(28, mac.data(), 6); }
-	Dhcp &cookie(const std::array<std::uint8_t, 4> &c)
-	{
-		return put(236, c.data(), 4);
-	}
+	Dhcp &cookie(const Ip &c) { return put(236, c.data(), 4); }
 
 	/* Code, length byte, data. */
 	Dhcp &option(std::uint8_t code, const Bytes &data)

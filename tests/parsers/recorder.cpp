@@ -15,13 +15,9 @@ void take_logs()
 		if (e.kind != vy_host::EventKind::Log)
 			continue;
 		/* "fn[123]:text" -> "fn:text" */
-		std::string t = e.text;
-		size_t open = t.find('['), close = t.find("]:");
-		if (open != std::string::npos && close != std::string::npos)
-			t.erase(open, close + 1 - open);
-		const char *letters = "EWNID";
-		g_trace.push_back(std::string(1, letters[e.level - VY_LOG_ERR]) +
-				  " " + t);
+		static const std::regex line("\\[[0-9]+\\]:");
+		g_trace.push_back(std::string(1, "EWNID"[e.level - VY_LOG_ERR]) + " " +
+				  std::regex_replace(e.text, line, ":"));
 	}
 }
 

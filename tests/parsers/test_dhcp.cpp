@@ -76,11 +76,6 @@ struct DhcpCase {
 	Lines out;
 };
 
-void PrintTo(const DhcpCase &c, std::ostream *os)
-{
-	*os << c.what;
-}
-
 Lines size_line(int len)
 {
 	return {kDbg + "invalid option length. dhcp_len = " + std::to_string(len) +

@@ -8,7 +8,6 @@
 namespace {
 
 using msg::Bytes;
-using msg::label;
 using msg::labels;
 using msg::name;
 using msg::name_ptr;
@@ -33,11 +32,6 @@ struct DomainCase {
 	u16 len;
 	Lines logs; /* with the placeholders of expand() */
 };
-
-void PrintTo(const DomainCase &c, std::ostream *os)
-{
-	*os << c.what;
-}
 
 /* A chain of n links "a", "b", ... each a label and a pointer to the next,
  * the last pointing to the name "end". */
@@ -76,7 +70,7 @@ const DomainCase kCases[] = {
 	{"16 pointers are followed", chain(16), 0, {}, 128, 4,
 	 "a.b.c.d.e.f.g.h.i.j.k.l.m.n.o.p.end", 35, {}},
 	{"sub-name length adds to the text before the pointer",
-	 name("example.com") + label(x110) + ptr(0), 13, {}, 128, 126, x110 + ".example.com", 122,
+	 name("example.com") + labels(x110) + ptr(0), 13, {}, 128, 126, x110 + ".example.com", 122,
 	 {}},
 
 	/* the 127 characters of a 128-byte buffer */
@@ -88,12 +82,20 @@ const DomainCase kCases[] = {
 	 {kMax + xy + ", 121 + 10 + 1 >= 128)", kMax + xy + ", 127 + 1 + 1 >= 128)"}},
 	{"small room", name("www.example.com"), 0, {}, 8, 17, "www", 3,
 	 {kMax + "www, 3 + 7 + 1 >= 8)", kMax + "www, 7 + 3 + 1 >= 8)"}},
+	/* the room's bounds exactly: one byte, a label that needs the last
+	 * byte, a dot before a pointer that takes it */
+	{"room of one byte", name("a"), 0, {}, 1, 3, "", 0, {kMax + ", 0 + 1 + 1 >= 1)"}},
+	{"label that needs the last byte", name("abcdefg"), 0, {}, 8, 9, "", 7,
+	 {kMax + ", 0 + 7 + 1 >= 8)"}},
+	{"dot that fills the room", name("x") + labels("abcdef") + ptr(0), 3, {}, 8, 12, "abcdef.",
+	 7, {kMax + ", 0 + 1 + 1 >= 1)"}},
 	{"first label longer than the room", name("abcdefghij"), 0, {}, 8, 12, "", 7,
 	 {kMax + ", 0 + 10 + 1 >= 8)"}},
 	{"pointer after a full buffer gets no dot", name("com") + labels(ab) + ptr(0), 5, {}, 128,
 	 135, ab, 127, {kMax + ab + ", 127 + 1 >= 128)", kMax + ", 0 + 3 + 1 >= 1)"}},
-	{"pointer target cut by the remaining room", name("example.com") + label(x120) + ptr(0), 13,
-	 {}, 128, 136, x120 + ".", 127, {kMax + ", 0 + 7 + 1 >= 7)", kMax + ", 6 + 3 + 1 >= 7)"}},
+	{"pointer target cut by the remaining room", name("example.com") + labels(x120) + ptr(0),
+	 13, {}, 128, 136, x120 + ".", 127,
+	 {kMax + ", 0 + 7 + 1 >= 7)", kMax + ", 6 + 3 + 1 >= 7)"}},
 
 	/* bounds at the end */
 	{"zero byte at the end", name("www"), 0, 4, 128, 5, "www", 3, {}},
@@ -108,7 +110,7 @@ const DomainCase kCases[] = {
 	 {kCorrupt + "{dns} + 6 > {end}"}},
 	{"pointer's second byte past the end", labels("www") + Bytes{0xC0}, 0, {}, 128, {}, "", 0,
 	 {kCorrupt + "{@4} + 1 > {end}"}},
-	{"failure inside a pointer's target", name_ptr("abc", 6) + label("xy"), 0, 7, 128, {}, "",
+	{"failure inside a pointer's target", name_ptr("abc", 6) + labels("xy"), 0, 7, 128, {}, "",
 	 0, {kCorrupt + "{@6} + 2 > {end}", kNested}},
 
 	/* loops and over-long chains */
@@ -156,14 +158,14 @@ INSTANTIATE_TEST_SUITE_P(DnsNames, DnsDomain, ::testing::ValuesIn(kCases),
 
 TEST_F(ParserTest, DnsDomainRefusesMissingArguments)
 {
-	const auto h = heap(name("www"));
+	const Bytes m = name("www");
 	char out[VY_DNS_NAME_SIZE];
 	u16 len;
 	const std::string w = "W _vy_parse_dns_domain:invalid parameters. (dns = ";
 
-	EXPECT_EQ(_vy_parse_dns_domain(nullptr, h.get(), h.get() + 4, out, &len, 128), nullptr);
-	EXPECT_EQ(_vy_parse_dns_domain(h.get(), nullptr, h.get() + 4, out, &len, 128), nullptr);
-	EXPECT_EQ(_vy_parse_dns_domain(h.get(), h.get(), h.get() + 4, out, &len, 0), nullptr);
+	EXPECT_EQ(_vy_parse_dns_domain(nullptr, m.data(), &m.back(), out, &len, 128), nullptr);
+	EXPECT_EQ(_vy_parse_dns_domain(m.data(), nullptr, &m.back(), out, &len, 128), nullptr);
+	EXPECT_EQ(_vy_parse_dns_domain(m.data(), m.data(), &m.back(), out, &len, 0), nullptr);
 	const Lines lines = take_trace();
 	EXPECT_EQ(lines.size(), 3u);
 	for (const std::string &l : lines)
