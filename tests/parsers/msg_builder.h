@@ -19,15 +19,6 @@ using Bytes = std::vector<std::uint8_t>;
 using Ip = std::array<std::uint8_t, 4>;
 using Mac = std::array<std::uint8_t, 6>;
 
-/* An address as the parsers hand it on: the four bytes in network order. */
-inline std::uint32_t ip_value(const Ip &ip)
-{
-	std::uint32_t v;
-
-	std::memcpy(&v, ip.data(), 4);
-	return v;
-}
-
 inline Bytes operator+(Bytes a, const Bytes &b)
 {
 	a.insert(a.end(), b.begin(), b.end());
@@ -36,31 +27,17 @@ inline Bytes operator+(Bytes a, const Bytes &b)
 
 /* ---- DNS names ---------------------------------------------------------- */
 
-/* One label: its length byte, then its bytes. */
-inline Bytes label(const std::string &s)
-{
-	Bytes b{static_cast<std::uint8_t>(s.size())};
-
-	b.insert(b.end(), s.begin(), s.end());
-	return b;
-}
-
 /* The labels of a dotted name, without the terminating zero byte. */
 inline Bytes labels(const std::string &dotted)
 {
 	Bytes out;
-	size_t start = 0;
 
-	if (dotted.empty())
-		return out;
-	for (;;) {
-		size_t dot = dotted.find('.', start);
-		std::string part = dotted.substr(start, dot - start);
-
-		out = out + label(part);
-		if (dot == std::string::npos)
-			break;
-		start = dot + 1;
+	for (size_t start = 0, dot = 0; !dotted.empty() && dot != std::string::npos;
+	     start = dot + 1) {
+		dot = dotted.find('.', start);
+		const std::string label = dotted.substr(start, dot - start);
+		out.push_back(static_cast<std::uint8_t>(label.size()));
+		out.insert(out.end(), label.begin(), label.end());
 	}
 	return out;
 }
@@ -84,18 +61,10 @@ inline Bytes name_ptr(const std::string &dotted, std::uint16_t offset)
 	return labels(dotted) + ptr(offset);
 }
 
-inline std::string repeat(char c, size_t n)
-{
-	return std::string(n, c);
-}
-
 /* ---- DNS messages ------------------------------------------------------- */
 
 constexpr std::uint16_t kTypeA = 1;
 constexpr std::uint16_t kTypeCname = 5;
-constexpr std::uint16_t kTypeAaaa = 28;
-constexpr std::uint16_t kTypeRrsig = 46;
-constexpr std::uint16_t kQuestionOffset = 12;
 
 class Dns {
 public:
@@ -109,11 +78,6 @@ public:
 		flags_ = 0x0100;
 		return *this;
 	}
-	Dns &flags(std::uint16_t f)
-	{
-		flags_ = f;
-		return *this;
-	}
 	Dns &qdcount(std::uint16_t n)
 	{
 		qdcount_ = n;
@@ -125,18 +89,11 @@ public:
 		return *this;
 	}
 
-	/* Offset from the message start where the next item goes. */
-	std::uint16_t here() const
-	{
-		return static_cast<std::uint16_t>(12 + body_.size());
-	}
-
-	Dns &question(const Bytes &qname, std::uint16_t qtype = kTypeA,
-		      std::uint16_t qclass = 1)
+	Dns &question(const Bytes &qname, std::uint16_t qtype = kTypeA)
 	{
 		body_ = body_ + qname;
-		put16(qtype);
-		put16(qclass);
+		put16(body_, qtype);
+		put16(body_, 1); /* IN */
 		questions_++;
 		return *this;
 	}
@@ -150,12 +107,11 @@ public:
 		    std::optional<std::uint16_t> rdlength = std::nullopt)
 	{
 		body_ = body_ + owner;
-		put16(type);
-		put16(1); /* IN */
-		put16(0); /* TTL: 300 s */
-		put16(300);
-		put16(rdlength ? *rdlength
-			       : static_cast<std::uint16_t>(rdata.size()));
+		put16(body_, type);
+		put16(body_, 1); /* IN */
+		put16(body_, 0); /* TTL: 300 s */
+		put16(body_, 300);
+		put16(body_, rdlength ? *rdlength : static_cast<std::uint16_t>(rdata.size()));
 		body_ = body_ + rdata;
 		records_++;
 		return *this;
@@ -178,26 +134,20 @@ public:
 
 	Bytes build() const
 	{
-		Bytes m(12, 0);
+		Bytes m{0x12, 0x34};
 
-		m[0] = 0x12;
-		m[1] = 0x34;
-		set16(m, 2, flags_);
-		set16(m, 4, qdcount_ ? *qdcount_ : questions_);
-		set16(m, 6, ancount_ ? *ancount_ : records_);
+		put16(m, flags_);
+		put16(m, qdcount_ ? *qdcount_ : questions_);
+		put16(m, ancount_ ? *ancount_ : records_);
+		m.resize(12); /* no authority or additional records */
 		return m + body_;
 	}
 
 private:
-	void put16(std::uint16_t v)
+	static void put16(Bytes &b, std::uint16_t v)
 	{
-		body_.push_back(static_cast<std::uint8_t>(v >> 8));
-		body_.push_back(static_cast<std::uint8_t>(v));
-	}
-	static void set16(Bytes &m, size_t at, std::uint16_t v)
-	{
-		m[at] = static_cast<std::uint8_t>(v >> 8);
-		m[at + 1] = static_cast<std::uint8_t>(v);
+		b.push_back(static_cast<std::uint8_t>(v >> 8));
+		b.push_back(static_cast<std::uint8_t>(v));
 	}
 
 	std::uint16_t flags_ = 0x0100;
@@ -211,9 +161,7 @@ private:
 /* ---- DHCP messages ------------------------------------------------------ */
 
 constexpr size_t kDhcpFixed = 240;
-constexpr size_t kDhcpMax = 552;
 
-constexpr std::uint8_t kOptPad = 0;
 constexpr std::uint8_t kOptRouter = 3;
 constexpr std::uint8_t kOptDns = 6;
 constexpr std::uint8_t kOptHostname = 12;
@@ -226,31 +174,24 @@ class Dhcp {
 public:
 	Dhcp()
 	{
+		/* BOOTREQUEST over Ethernet, and the magic cookie */
 		m_.assign(kDhcpFixed, 0);
-		m_[0] = 1; /* BOOTREQUEST */
-		m_[1] = 1; /* Ethernet */
+		m_[0] = m_[1] = 1;
 		m_[2] = 6;
-		m_[236] = 0x63;
-		m_[237] = 0x82;
-		m_[238] = 0x53;
-		m_[239] = 0x63;
+		cookie({0x63, 0x82, 0x53, 0x63});
 	}
 
 	Dhcp &ciaddr(const Ip &ip) { return put(12, ip.data(), 4); }
 	Dhcp &yiaddr(const Ip &ip) { return put(16, ip.data(), 4); }
 	Dhcp &siaddr(const Ip &ip) { return put(20, ip.data(), 4); }
 	Dhcp &chaddr(const Mac &mac) { return put(28, mac.data(), 6); }
-	Dhcp &cookie(const std::array<std::uint8_t, 4> &c)
-	{
-		return put(236, c.data(), 4);
-	}
+	Dhcp &cookie(const Ip &c) { return put(236, c.data(), 4); }
 
-	/* Code, length byte (the data's size unless given), data. */
-	Dhcp &option(std::uint8_t code, const Bytes &data,
-		     std::optional<std::uint8_t> len = std::nullopt)
+	/* Code, length byte, data. */
+	Dhcp &option(std::uint8_t code, const Bytes &data)
 	{
 		m_.push_back(code);
-		m_.push_back(len ? *len : static_cast<std::uint8_t>(data.size()));
+		m_.push_back(static_cast<std::uint8_t>(data.size()));
 		m_.insert(m_.end(), data.begin(), data.end());
 		return *this;
 	}
@@ -276,7 +217,6 @@ public:
 		return *this;
 	}
 
-	size_t size() const { return m_.size(); }
 	Bytes build() const { return m_; }
 
 private:
