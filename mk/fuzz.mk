@@ -16,7 +16,7 @@ FUZZ_BUILD ?= build-fuzz
 FUZZ_TIME ?= 1800
 FUZZ_SMOKE_TIME ?= 20
 FUZZ_JOBS ?= 1
-FUZZ_TARGETS ?= fuzz_dns fuzz_skb fuzz_command fuzz_module
+FUZZ_TARGETS ?= fuzz_dns fuzz_skb fuzz_module
 
 .PHONY: fuzz fuzz-smoke fuzz-build
 
