@@ -188,16 +188,19 @@ inline void write_line(vy_host::File *f, const Bytes &line, bool copy_fails)
 }
 
 /* Reads of size bytes from a device file, at most count of them, up to the
- * end of its pass. No pass takes 100000 reads. */
-inline void read_pass(vy_host::File *f, size_t size, long count)
+ * end of its pass, the first one's copy to the reader failing when asked.
+ * No pass takes 100000 reads. */
+inline void read_pass(vy_host::File *f, size_t size, long count, bool copy_fails = false)
 {
 	std::vector<char> buf(size ? size : 1);
 
+	vy_host::fail_at(vy_host::FAIL_COPY_TO_USER, copy_fails ? -VY_EFAULT : 0);
 	for (long i = 0, n = 1; n > 0 && i < count; i++) {
 		n = vy_host::read(f, buf.data(), size);
 		if (n < 0 || (size_t)n > size || i == 99999)
 			FZ_FAIL("read %ld of %zu bytes returned %ld", i, size, n);
 	}
+	vy_host::fail_at(vy_host::FAIL_COPY_TO_USER, 0);
 }
 
 /* The end of an input, or of a round: the hook work settles, the full dump
