@@ -5,8 +5,8 @@
 #   make fuzz-smoke                 each target for FUZZ_SMOKE_TIME (20 s)
 #   make fuzz-build
 #
-# Each target starts from a copy of its seed corpus (tests/fuzz/corpus/,
-# made by scripts/mkcorpus.py) in $(FUZZ_BUILD)/fuzz-work/<target>/, which
+# Each target reads its seed corpus (tests/fuzz/corpus/<target>/, made by
+# scripts/mkcorpus.py) and works in $(FUZZ_BUILD)/fuzz-work/<target>/, which
 # keeps the corpus it grows and its findings between runs. The smoke works
 # in $(FUZZ_BUILD)/fuzz-smoke-work/ and also reads what the long runs grew,
 # so that it can run while a long run does. Any crash, leak, timeout or
@@ -16,7 +16,7 @@ FUZZ_BUILD ?= build-fuzz
 FUZZ_TIME ?= 1800
 FUZZ_SMOKE_TIME ?= 20
 FUZZ_JOBS ?= 1
-FUZZ_TARGETS ?= fuzz_dns fuzz_skb fuzz_command fuzz_module
+FUZZ_TARGETS ?= fuzz_dns fuzz_skb fuzz_module
 
 .PHONY: fuzz fuzz-smoke fuzz-build
 

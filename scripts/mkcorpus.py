@@ -212,29 +212,24 @@ def skb_rec(ctl, port, f, linear=0xFFFF):
     return bytes([ctl, port]) + struct.pack("!HH", linear, len(f)) + f
 
 
-def cmd_rec(ctl, line):
-    line = line.encode("latin-1") if isinstance(line, str) else line
-    return bytes([ctl, len(line)]) + line
-
-
 # fuzz_module operations
 MACS = [STA, "02:11:22:33:44:66", "aa:bb:cc:dd:ee:ff", "02:00:00:00:00:09"]  # fz::station_mac
 
 
+def event(code, a):
+    return bytes([0, a, code & 0xFF])
+
+
 def join(a):
-    return bytes([0, a])
+    return event(0, a)
 
 
 def leave(a):
-    return bytes([1, a])
-
-
-def event(code, a):
-    return bytes([2, code & 0xFF, a])
+    return event(1, a)
 
 
 def raw_frame(post, f, port=1, linear=0xFFFF):
-    return bytes([3, (port << 1) | post]) + struct.pack("!HH", linear, len(f)) + f
+    return bytes([1, (port << 1) | post]) + struct.pack("!HH", linear, len(f)) + f
 
 
 # The exchanges of a station: (builder line, towards the station).
@@ -250,32 +245,32 @@ def tmpl(key, sta=0, port=1, linear=0xFFFF):
 
 
 def advance(j):
-    return bytes([4]) + struct.pack("!H", j if j < 700 else 0x8000 | (j // 2))
+    return bytes([2]) + struct.pack("!H", j if j < 700 else 0x8000 | (j // 2))
 
 
-def command(line, dump=False, keep=False):
+def command(line, dump=False, keep=False, copy_fails=False):
     """A command line; the file it opens is closed after it unless kept."""
-    line = line.encode("latin-1")
-    return bytes([5, (1 if dump else 0) | (0 if keep else 2), len(line)]) + line
+    line = line.encode("latin-1") if isinstance(line, str) else line
+    how = (1 if dump else 0) | (0 if keep else 2) | (4 if copy_fails else 0)
+    return bytes([3, how, len(line)]) + line
 
 
 def read(how, size):
-    return bytes([6, how]) + struct.pack("!H", size)
+    """how: 1 the dump device, 2 closed afterwards, 4 the copy fails, 8 the
+    whole pass."""
+    return bytes([4, how]) + struct.pack("!H", size)
 
 
-CLOSE, HOOKFAIL, SETTLE = bytes([7]), bytes([9]), bytes([10])
+SETTLE, CLOSE, HOOKFAIL = advance(0), read(2, 0), bytes([6])
 
 
 def allocfail(a):
-    return bytes([8, a])
+    return bytes([5, a])
 
 
 def reload(fails=0):
-    return bytes([11, fails])
+    return bytes([7, fails])
 
-
-def debug(level):
-    return bytes([12, level])
 
 # ---- the corpora --------------------------------------------------------
 
@@ -356,7 +351,9 @@ def corpus_skb(caps):
     return seeds
 
 
-def corpus_command(_caps):
+def command_seeds():
+    """Command lines, each written and followed by a read of the whole pass,
+    as (how, line): bit 0 the dump device, bit 4 the copy fails."""
     lines = {
         "force-listen-1": (0x02, "force_listen 1"),
         "force-listen-0": (0x03, "force_listen 0\n"),
@@ -379,10 +376,12 @@ def corpus_command(_caps):
         "copy-fails": (0x12, "force_listen 1"),
         "empty": (0x02, ""),
     }
-    seeds = {k: cmd_rec(c, l) for k, (c, l) in lines.items()}
-    seeds["sequence"] = (cmd_rec(0x0a, "force_listen 1") + cmd_rec(0x0b, "debug_level 4")
-                         + cmd_rec(0x26, "del sta aa:bb:cc:dd:ee:ff")
-                         + cmd_rec(0x07, "del all") + bytes([40]))
+    seeds = {"command-" + k: command(l, c & 1, True, c & 0x10) + read(1 | 2 | 8, 4096)
+             for k, (c, l) in lines.items()}
+    seeds["command-sequence"] = (command("force_listen 1", keep=True) + read(8, 400)
+                                 + command("debug_level 4", True) + join(3)
+                                 + command("del sta aa:bb:cc:dd:ee:ff", True)
+                                 + command("del all", True, True) + read(1 | 2 | 8, 351))
     return seeds
 
 
@@ -407,13 +406,20 @@ def corpus_module(caps):
         "vap-mismatch": join(0) + leave(4) + SETTLE + leave(0),
         "reload-failures": reload(0xff) + join(0) + read(0, 4096) + reload(0x81) + read(1, 4096),
         "copy-failures": (join(0) + read(1 | 4, 4096) + read(1, 4096) + CLOSE
-                          + bytes([5, 4 | 2, 7]) + b"del all"),
-        "open-both": read(0, 4096) + read(1, 4096) + command("force_listen 1", True) + CLOSE,
+                          + command("del all", copy_fails=True)),
+        "open-both": read(2, 4096) + read(1, 4096) + command("force_listen 1", True) + CLOSE,
         "kept-open": (command("force_listen 1\n", keep=True) + SETTLE
-                      + command("del all\n", True, True) + read(1, 400) + CLOSE),
+                      + command("del all\n", keep=True) + read(8, 400) + CLOSE),
         "short-linear": join(0) + tmpl("query", 0, 2, 40) + tmpl("answer-a", 0, 3, 60),
-        "debug-4": debug(4) + join(0) + tmpl("discover", 0, 0) + tmpl("offer", 0, 7) + SETTLE,
+        "debug-4": (command("debug_level 4") + join(0) + tmpl("discover", 0, 0)
+                    + tmpl("offer", 0, 7) + SETTLE),
     }
+    # The command lines meet three stations, one with a DHCP and DNS
+    # history, for the dump to format.
+    stations = (onboarding + join(1 | 4) + join(2 | 8) + tmpl("query", 1, 3)
+                + tmpl("answer-a", 1, 3))
+    for k, v in command_seeds().items():
+        seeds[k] = stations + v
     for name, f, payload, is_dhcp in caps[:4]:
         to_sta = (payload[0] == 2) if is_dhcp else bool(payload[2] & 0x80)
         seeds["cap-" + name] = join(0) + raw_frame(to_sta, f)
@@ -423,7 +429,6 @@ def corpus_module(caps):
 TARGETS = {
     "fuzz_dns": corpus_dns,
     "fuzz_skb": corpus_skb,
-    "fuzz_command": corpus_command,
     "fuzz_module": corpus_module,
 }
 

@@ -6,11 +6,18 @@
  * operations and after the unload.
  *
  * Every check that fails aborts with a message, which libFuzzer records as
- * a crash together with the input that caused it.
+ * a crash together with the input that caused it. What the host platform
+ * and the sanitizers already catch is not checked again here: a leaked
+ * allocation (LeakSanitizer, after every input), a lock left held (the
+ * table check takes the station lock for writing, which the platform
+ * refuses to a thread that holds it and a leftover reader blocks until
+ * libFuzzer's timeout), a reset with a file open or the hook work or a
+ * timer still running (the platform's contract checks).
  */
 #ifndef VY_FUZZ_COMMON_H
 #define VY_FUZZ_COMMON_H
 
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -54,23 +61,26 @@ struct Input {
 	}
 };
 
-/* The stations: the first is the one the seed corpora's frames are
- * addressed to, the last one never joins in fuzz_dns. */
-constexpr std::uint8_t kStations[4][6] = {
-	{0x02, 0x11, 0x22, 0x33, 0x44, 0x55},
-	{0x02, 0x11, 0x22, 0x33, 0x44, 0x66},
-	{0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff},
-	{0x02, 0x00, 0x00, 0x00, 0x00, 0x09},
-};
-inline const std::uint8_t *station_mac(unsigned i) { return kStations[i % 4]; }
+/* The stations, six bytes each: the first is the one the seed corpora's
+ * frames are addressed to, the last one never joins in fuzz_dns. */
+constexpr std::uint8_t kStations[24] = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55, 0x02, 0x11,
+					0x22, 0x33, 0x44, 0x66, 0xaa, 0xbb, 0xcc, 0xdd,
+					0xee, 0xff, 0x02, 0x00, 0x00, 0x00, 0x00, 0x09};
+inline const std::uint8_t *station_mac(unsigned i) { return kStations + 6 * (i % 4); }
 
-/* vy_listeners is the sum of the entries' listeners, sta_count the number
- * of entries, no entry holds more than its two outcomes, and no lock is
- * held between operations. */
-inline void check_table()
+/*
+ * Between any two operations: vy_listeners is the sum of the entries'
+ * listeners, sta_count the number of entries, no entry holds more than its
+ * two outcomes, and debug_level stays within 0..4 whatever was written to
+ * it. Once the hook work has settled, also: whoever listens has the timer
+ * and (unless a hook registration failed) the hooks. The converse need not
+ * hold: a join while the work listens queues a second run, which hooks
+ * again after an unhook and sleeps hooked until the next raise, with
+ * nobody listening. The timer runs exactly while the work is hooked,
+ * though.
+ */
+inline void check_table(bool settled = false, bool hook_failed = false)
 {
-	if (int held = vy_host::locks_held())
-		FZ_FAIL("%d lock(s) held between operations", held);
 	vy_write_guard g(&vy_sta_table.sta_lock);
 	long sum = 0, n = 0;
 
@@ -84,32 +94,20 @@ inline void check_table()
 	if (sum != vy_read_listeners() || n != vy_sta_table.sta_count)
 		FZ_FAIL("vy_listeners %d, sta_count %d, but %ld entries hold %ld",
 			vy_read_listeners(), vy_sta_table.sta_count, n, sum);
-}
-
-/*
- * After the hook work settles: whoever listens has the timer and (unless a
- * hook registration failed) the hooks. The converse need not hold: a join
- * while the work listens queues a second run, which hooks again after an
- * unhook and sleeps hooked until the next raise, with nobody listening.
- * The timer runs exactly while the work is hooked, though.
- */
-inline void check_listening(bool hook_failed = false)
-{
+	if (vy_debug_level() < 0 || vy_debug_level() > 4)
+		FZ_FAIL("debug_level %d", vy_debug_level());
 	bool listening = vy_read_listeners() != 0 || vy_read_force_listen();
 	bool timer = vy_plat_timer_pending(&vy_sta_table.sta_timer);
 	bool hooks = vy_host::hooks_registered();
-
-	if ((listening && !timer) || (hooks && !timer) || (listening && !hooks && !hook_failed))
+	if (settled && ((listening && !timer) || (hooks && !timer) ||
+			(listening && !hooks && !hook_failed)))
 		FZ_FAIL("listening %d, timer %d, hooks %d", listening, timer, hooks);
 }
 
 /* The ports of the bridge br0 by number, in the kinds the classification
  * tells apart: wired, VAP, VLAN on the VAP, a VLAN on that, a third VLAN
  * level, VLAN on wired, none, a VAP outside the bridge. */
-struct Ports {
-	vy_dev *dev[8] = {};
-	vy_dev *pick(unsigned k) const { return dev[k % 8]; }
-};
+using Ports = std::array<vy_dev *, 8>;
 
 /* A fresh platform and the module on it. fails: the registrations that
  * fail during veyra_init, bits 0-4 the failure points of the devices and
@@ -117,8 +115,7 @@ struct Ports {
 inline Ports load(unsigned fails = 0)
 {
 	static const std::uint8_t br_addr[6] = {0x02, 0, 0, 0, 0, 0xb0};
-	Ports p;
-	vy_dev **d = p.dev;
+	Ports d{};
 
 	vy_host::reset();
 	debug_level = 1;
@@ -139,53 +136,34 @@ inline Ports load(unsigned fails = 0)
 		vy_host::umac_fail_next_register(-VY_ENOMEM);
 	veyra_init();
 	vy_host::settle();
-	return p;
+	return d;
 }
 
-/* After veyra_exit nothing of the module may remain; and its counts never
- * went wrong, which these error lines would say. */
-inline void unload()
+/* A frame through one of the hooks, after junk bytes that the MAC header
+ * follows, or with no MAC header set; only its first linear bytes (0xffff:
+ * all of them) are in the socket buffer's memory. False when the hooks are
+ * off. */
+inline bool pass(Bytes frame, std::uint16_t linear, bool post, vy_dev *port, size_t junk = 0,
+		 bool mac_set = true)
 {
-	if (int n = vy_host::open_files())
-		FZ_FAIL("%d device file(s) left open", n);
-	veyra_exit();
-	if (long n = vy_host::live_allocations())
-		FZ_FAIL("%ld allocation(s) live after veyra_exit", n);
-	if (vy_host::hooks_registered() || vy_host::locks_held() ||
-	    vy_plat_timer_pending(&vy_sta_table.sta_timer) || vy_host::umac_monitor_registered() ||
-	    vy_host::chrdev_major(VY_CHRDEV_DUMP) || vy_host::chrdev_major(VY_CHRDEV_SUMMARY) ||
-	    vy_host::kobject_present())
-		FZ_FAIL("hooks, lock, timer, monitor, devices or sysfs left after veyra_exit");
-	for (const std::string &l : vy_host::log_lines(VY_LOG_ERR))
-		if (l.find("negative value") != std::string::npos)
-			FZ_FAIL("error line: %s", l.c_str());
-}
-
-/* A frame through one of the hooks: false when the hooks are off. */
-inline bool pass(const Bytes &frame, size_t linear, bool post, vy_dev *port)
-{
-	vy_skb skb = vy_host::make_skb(frame, linear);
+	frame.insert(frame.begin(), junk, 0xee);
+	vy_skb skb = vy_host::make_skb(frame, linear == 0xffff ? SIZE_MAX : junk + linear);
+	skb.mac_header = (std::uint16_t)junk;
+	skb.mac_set = mac_set;
 	return post ? vy_host::pass_post_routing(skb, port) : vy_host::pass_pre_routing(skb, port);
 }
 
-/* The device file a target holds: one open at a time across both devices,
- * a second open refused as busy. The file on device want, opened now if
- * need be; null when the module could not open it (a failed allocation or
- * registration). */
-inline vy_host::File *reopen(vy_host::File *&f, int &id, int want)
+/* A device file: null, with the error checked, when the module could not
+ * open it (a failed allocation or registration); a second open while one
+ * is held is refused as busy. */
+inline vy_host::File *open(vy_host::File *held, int dev)
 {
 	int err = 0;
+	vy_host::File *f = vy_host::open(dev, &err);
 
-	if (f && (vy_host::open(want, &err) || err != -VY_EBUSY))
-		FZ_FAIL("a second open gave %d", err);
-	if (f && id == want)
-		return f;
-	if (f)
-		vy_host::release(f);
-	f = vy_host::open(id = want, &err);
-	if (!f && err != -VY_ENOMEM && err != -19 /* ENODEV */)
-		FZ_FAIL("open of a free device gave %d", err);
-	return f;
+	if (held ? (f || err != -VY_EBUSY) : (!f && err != -VY_ENOMEM && err != -19 /* ENODEV */))
+		FZ_FAIL("open of device %d gave %d", dev, err);
+	return held ? held : f;
 }
 
 inline void close(vy_host::File *&f)
@@ -199,8 +177,7 @@ inline void close(vy_host::File *&f)
  * none or more, -EFAULT when the copy from the writer fails. */
 inline void write_line(vy_host::File *f, const Bytes &line, bool copy_fails)
 {
-	if (copy_fails)
-		vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER);
+	vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER, copy_fails ? -VY_EFAULT : 0);
 	long n = vy_host::write(f, reinterpret_cast<const char *>(line.data()), line.size());
 	long expect = (line.empty() || line.size() > VY_CMD_MAX) ? 0
 		      : copy_fails ? -VY_EFAULT : (long)line.size();
@@ -210,41 +187,42 @@ inline void write_line(vy_host::File *f, const Bytes &line, bool copy_fails)
 		FZ_FAIL("write of %zu bytes gave %ld, not %ld", line.size(), n, expect);
 }
 
-inline void set_debug_level(unsigned v)
-{
-	vy_write_once(debug_level, (s32)(v > 4 ? 4 : v));
-}
-
 /* Reads of size bytes from a device file, at most count of them, up to the
- * end of its pass: how many ran, count when the pass did not end. */
-inline int read_pass(vy_host::File *f, size_t size, int count)
+ * end of its pass, the first one's copy to the reader failing when asked.
+ * No pass takes 100000 reads. */
+inline void read_pass(vy_host::File *f, size_t size, long count, bool copy_fails = false)
 {
 	std::vector<char> buf(size ? size : 1);
-	int i = 0;
 
-	for (long n = 1; n > 0 && i < count; i++) {
+	vy_host::fail_at(vy_host::FAIL_COPY_TO_USER, copy_fails ? -VY_EFAULT : 0);
+	for (long i = 0, n = 1; n > 0 && i < count; i++) {
 		n = vy_host::read(f, buf.data(), size);
-		if (n < 0 || (size_t)n > size)
-			FZ_FAIL("read of %zu bytes returned %ld", size, n);
+		if (n < 0 || (size_t)n > size || i == 99999)
+			FZ_FAIL("read %ld of %zu bytes returned %ld", i, size, n);
 	}
-	return i;
+	vy_host::fail_at(vy_host::FAIL_COPY_TO_USER, 0);
 }
 
-/* The end of a target's input: the hook work settles, the full dump is
- * read when asked (it formats every station and domain), the invariants
- * hold and the unload leaves nothing. */
+/* The end of an input, or of a round: the hook work settles, the full dump
+ * is read when asked (it formats every station and domain), the invariants
+ * hold; after veyra_exit nothing the platform resets silently may remain,
+ * and the counts never went wrong, which these error lines would say. */
 inline int finish(bool dump, bool hook_failed = false)
 {
-	vy_host::File *f = nullptr;
-	int id = -1;
-
 	vy_host::settle();
-	if (dump && reopen(f, id, VY_CHRDEV_DUMP) && read_pass(f, 4096, 100000) == 100000)
-		FZ_FAIL("the dump never ends");
-	close(f);
-	check_table();
-	check_listening(hook_failed);
-	unload();
+	if (vy_host::File *f = dump ? open(nullptr, VY_CHRDEV_DUMP) : nullptr) {
+		read_pass(f, 4096, 100000);
+		vy_host::release(f);
+	}
+	check_table(true, hook_failed);
+	veyra_exit();
+	if (vy_host::hooks_registered() || vy_plat_timer_pending(&vy_sta_table.sta_timer) ||
+	    vy_host::umac_monitor_registered() || vy_host::chrdev_major(VY_CHRDEV_DUMP) ||
+	    vy_host::chrdev_major(VY_CHRDEV_SUMMARY) || vy_host::kobject_present())
+		FZ_FAIL("hooks, timer, monitor, devices or sysfs left after veyra_exit");
+	for (const std::string &l : vy_host::log_lines(VY_LOG_ERR))
+		if (l.find("negative value") != std::string::npos)
+			FZ_FAIL("error line: %s", l.c_str());
 	return 0;
 }
 

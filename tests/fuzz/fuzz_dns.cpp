@@ -15,6 +15,8 @@
  * Every message sits in a heap block of exactly its size.
  * After the input the hooks and the timer must be on while anyone listens.
  */
+#include <algorithm>
+
 #include "fuzz_common.h"
 #include "vy_dns.h"
 
@@ -40,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 		const std::uint8_t *mac = fz::station_mac((ctl & 4) ? 3 : 0);
 		s32 want = m.size() <= 12 ? -1 : 0;
 
-		fz::set_debug_level((ctl >> 4) & 7);
+		debug_level = std::min((ctl >> 4) & 7, 4);
 		if (ctl & 8)
 			vy_host::advance(600);
 		fz::Bytes q = m;

@@ -1,35 +1,39 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
  * The whole module: the input is decoded into a sequence of operations
- * (station events, frames through both hooks, time steps, commands, device
- * opens, reads and closes, allocation and copy failures, unload and load)
+ * (station events, frames through both hooks, time steps, command lines
+ * and reads on the devices, allocation and copy failures, unload and load)
  * and the invariants are checked after every one of them: the listener
  * total is the sum of the entries' listeners, sta_count the number of
- * entries, no lock is held; after the hook work settles, the hooks and the
- * timer are on while anyone listens; after veyra_exit nothing of the
- * module is left, no allocation included.
+ * entries, debug_level within 0..4; after the hook work settles, the hooks
+ * and the timer are on while anyone listens; after veyra_exit nothing of
+ * the module is left. A command line gets the count back for 1 to 64
+ * bytes, 0 for none or more, -EFAULT when the copy fails; a second open
+ * is refused with -EBUSY; every read returns at most its size and every
+ * pass ends. This is also the command parser's fuzz target: its seeds
+ * carry every command, and odd ones, after a station's onboarding.
  *
- * Each operation is an opcode byte (taken modulo 13) and its arguments; a
+ * Each operation is an opcode byte (taken modulo 8) and its arguments; a
  * short input reads as zeros:
- *   0 join, 1 leave    station (bits 0-1), VAP (bits 2-3: wlan0, wlan1,
- *                      wlan0.10, none)
- *   2 event            code (signed byte), station and VAP as above
- *   3 frame            direction (bit 0: post-routing), port (bits 1-3),
+ *   0 event            station (bits 0-1), VAP (bits 2-3: wlan0, wlan1,
+ *                      wlan0.10, none); then the code (signed byte: 0
+ *                      join, 1 leave)
+ *   1 frame            direction (bit 0: post-routing), port (bits 1-3),
  *                      linear length (2; 0xffff: all), length (2), frame
- *   4 time             2 bytes: below 0x8000 that many jiffies modulo
- *                      700, else twice the low 15 bits (about 10 minutes)
- *   5 command, 6 read  how: bit 0 the dump device, bit 1 closed
- *                      afterwards, bit 2 the copy from or to the user
- *                      fails; then for a command its length (1) and
- *                      line, for a read its size (2) modulo 5000
- *   7 close
- *   8 allocations fail bit 7: after (bits 3-6) more succeed; then 1 + bits
- *                      0-1 of them fail
- *   9 the next hook registration fails
- *  10 the hook work settles
- *  11 unload, then load with the registrations of bits 0-5 failing when
+ *   2 time             2 bytes: below 0x8000 that many jiffies modulo
+ *                      700, else twice the low 15 bits (about 10 minutes);
+ *                      0 only lets the hook work settle
+ *   3 command, 4 read  how: bit 0 the dump device (when no file is held),
+ *                      bit 1 the file is closed afterwards, bit 2 the copy
+ *                      from or to the user fails, bit 3 a read goes on to
+ *                      the end of the pass; then for a command its length
+ *                      (1) and line (in a block of exactly that size), for
+ *                      a read its size (2) modulo 5000
+ *   5 allocations fail after (bits 3-6, when bit 7 is set) more succeed,
+ *                      1 + bits 0-1 of them
+ *   6 the next hook registration fails
+ *   7 unload, then load with the registrations of bits 0-5 failing when
  *     bit 7 is set
- *  12 debug_level straight away (no help lines)
  */
 #include "fuzz_common.h"
 
@@ -39,69 +43,48 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 	fz::Input in{data, data + size};
 	fz::Ports ports = fz::load();
 	vy_host::File *file = nullptr;
-	int file_id = -1;
 	/* A hook registration failure leaves the work listening unhooked
 	 * until it hooks again: the hooks check is off from then on. */
 	bool hook_failure = false;
 
 	for (int ops = 0; ops < 256 && in.left(); ops++) {
-		std::uint8_t op = in.u8() % 13;
-		int code = op == 2 ? (std::int8_t)in.u8() : op;
+		std::uint8_t op = in.u8() % 8;
 		/* The one argument byte of the operations that take one. */
-		bool no_arg = op == 3 || op == 4 || op == 7 || op == 9 || op == 10;
-		std::uint8_t a = no_arg ? 0 : in.u8();
-		bool settled = op == 4 || op == 10 || op == 11;
+		std::uint8_t a = (op == 1 || op == 2 || op == 6) ? 0 : in.u8();
 
-		if (op < 3) {
-			vy_host::umac_event(code, fz::station_mac(a), vaps[(a >> 2) & 3]);
-		} else if (op == 3) {
+		if (op == 0) {
+			vy_host::umac_event((std::int8_t)in.u8(), fz::station_mac(a),
+					    vaps[(a >> 2) & 3]);
+		} else if (op == 1) {
 			std::uint8_t how = in.u8();
 			std::uint16_t linear = in.u16();
 			fz::Bytes frame = in.take(in.u16());
-			fz::pass(frame, linear == 0xffff ? SIZE_MAX : linear, how & 1,
-				 ports.pick(how >> 1));
-		} else if (op == 4) {
+			fz::pass(frame, linear, how & 1, ports[(how >> 1) % 8]);
+		} else if (op == 2) {
 			std::uint16_t step = in.u16();
 			vy_host::advance((step & 0x8000) ? (step & 0x7fff) * 2u : step % 700);
-		} else if (op == 5 || op == 6) {
-			/* A command line written to, or a read of, either device,
-			 * through the file already open or a new one. */
-			fz::Bytes line = in.take(op == 5 ? in.u8() : 0);
-			std::size_t rsize = op == 6 ? in.u16() % 5000 : 0;
-			vy_host::File *f = fz::reopen(file, file_id, a & 1);
-			if (f && op == 5)
-				fz::write_line(f, line, a & 4);
-			if (f && op == 6) {
-				if (a & 4)
-					vy_host::fail_at(vy_host::FAIL_COPY_TO_USER);
-				fz::read_pass(f, rsize, 1);
-				vy_host::fail_at(vy_host::FAIL_COPY_TO_USER, 0);
-			}
+		} else if (op == 3 || op == 4) {
+			fz::Bytes line = in.take(op == 3 ? in.u8() : 0);
+			std::size_t rsize = op == 4 ? in.u16() % 5000 : 0;
+			file = fz::open(file, a & 1);
+			if (file && op == 3)
+				fz::write_line(file, line, a & 4);
+			if (file && op == 4)
+				fz::read_pass(file, rsize, (a & 8) ? 100000 : 1, a & 4);
 			if (a & 2)
 				fz::close(file);
-		} else if (op == 7) {
-			fz::close(file);
-		} else if (op == 8) {
-			if (a & 0x80)
-				vy_host::fail_allocations_after((a >> 3) & 15, 1 + (a & 3));
-			else
-				vy_host::fail_next_allocations(1 + (a & 3));
-		} else if (op == 9) {
+		} else if (op == 5) {
+			vy_host::fail_allocations_after(a & 0x80 ? (a >> 3) & 15 : 0, 1 + (a & 3));
+		} else if (op == 6) {
 			vy_host::fail_next_hook_registration(-VY_ENOMEM);
 			hook_failure = true;
-		} else if (op == 10) {
-			vy_host::settle();
-		} else if (op == 11) {
+		} else {
 			fz::close(file);
-			fz::unload();
+			fz::finish(false, hook_failure);
 			ports = fz::load(a & 0x80 ? a : 0);
 			hook_failure = false;
-		} else {
-			fz::set_debug_level(a % 5);
 		}
-		fz::check_table();
-		if (settled)
-			fz::check_listening(hook_failure);
+		fz::check_table(op == 2 || op == 7, hook_failure);
 	}
 	vy_host::fail_next_allocations(0);
 	fz::close(file);

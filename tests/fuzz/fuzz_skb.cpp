@@ -22,6 +22,8 @@
  *   len (2)   big-endian; the frame follows (cut at the input's end)
  * Only the linear part is in memory: ASan sees any read past it.
  */
+#include <algorithm>
+
 #include "fuzz_common.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
@@ -39,17 +41,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
 		std::uint8_t ctl = in.u8(), port = in.u8();
 		std::uint16_t linear = in.u16();
 		fz::Bytes frame = in.take(in.u16());
-		size_t junk = port >> 3;
 
-		fz::set_debug_level((ctl >> 4) & 7);
-		frame.insert(frame.begin(), junk, 0xee);
-		vy_skb skb = vy_host::make_skb(frame, linear == 0xffff ? SIZE_MAX : junk + linear);
-		skb.mac_header = (std::uint16_t)junk;
-		skb.mac_set = !(ctl & 8);
-		vy_dev *dev = ports.pick(port & 7);
-		bool passed = (ctl & 1) ? vy_host::pass_post_routing(skb, dev)
-					: vy_host::pass_pre_routing(skb, dev);
-		if (!passed)
+		debug_level = std::min((ctl >> 4) & 7, 4);
+		if (!fz::pass(frame, linear, ctl & 1, ports[port & 7], port >> 3, !(ctl & 8)))
 			FZ_FAIL("hooks gone while force_listen is on");
 		dump |= (ctl & 0x80) != 0;
 		fz::check_table();
