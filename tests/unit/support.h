@@ -132,7 +132,16 @@ inline bool timer_pending()
 /* A loaded module at jiffies 1000 (0 would read as "not set"). */
 class ModuleTest : public ::testing::Test {
 protected:
-	void SetUp() override { reload(); }
+	/* A fresh platform and module, with no events yet. */
+	void SetUp() override
+	{
+		unload();
+		vy_host::reset();
+		debug_level = 1;
+		vy_host::advance_to(1000);
+		load();
+		vy_host::take_events();
+	}
 
 	void TearDown() override
 	{
@@ -159,17 +168,6 @@ protected:
 		if (loaded_)
 			veyra_exit();
 		loaded_ = false;
-	}
-
-	/* A fresh platform and module, with no events yet. */
-	void reload()
-	{
-		unload();
-		vy_host::reset();
-		debug_level = 1;
-		vy_host::advance_to(1000);
-		load();
-		vy_host::take_events();
 	}
 
 	/* Lets the hook work run, which arms the periodic timer: with the

@@ -13,22 +13,6 @@ const Mac kA = mac_of(0, 1), kB = mac_of(0, 2);
 
 using HookWork = ModuleTest;
 
-TEST_F(HookWork, FirstJoinHooksAndLastReleaseUnhooks)
-{
-	debug_level = 2;
-	join(kA);
-	EXPECT_TRUE(vy_host::hooks_registered());
-	EXPECT_TRUE(timer_pending());
-	EXPECT_EQ(vy_read_listeners(), 2);
-
-	leave(kA);
-	EXPECT_FALSE(vy_host::hooks_registered());
-	EXPECT_FALSE(timer_pending());
-	EXPECT_EQ(vy_read_listeners(), 0);
-	EXPECT_EQ(count(EventKind::HooksRegistered), 1);
-	EXPECT_EQ(count(EventKind::HooksUnregistered), 1);
-}
-
 TEST_F(HookWork, ForceListenHooksWithoutStationsUntilCleared)
 {
 	vy_write_force_listen(1);

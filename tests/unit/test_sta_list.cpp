@@ -15,7 +15,7 @@ namespace {
 
 using StaTable = ModuleTest;
 
-TEST_F(StaTable, JoinCreatesEntryWithTwoListenersAndHooks)
+TEST_F(StaTable, JoinCreatesEntryWithTwoListenersAndHooksLastLeaveUnhooks)
 {
 	const Mac a = mac_of(1, 1);
 
@@ -32,6 +32,7 @@ TEST_F(StaTable, JoinCreatesEntryWithTwoListenersAndHooks)
 	EXPECT_EQ(vy_read_listeners(), 2);
 	vy_host::settle();
 	EXPECT_TRUE(vy_host::hooks_registered());
+	EXPECT_TRUE(timer_pending());
 
 	// Leaves from another VAP delete nothing.
 	for (const char *other : {"wlan1", "WLAN0", "wlan0x"}) {
@@ -51,8 +52,12 @@ TEST_F(StaTable, JoinCreatesEntryWithTwoListenersAndHooks)
 			   "Delete STA " + mac_str(a) + " from wlan0"));
 	EXPECT_EQ(vy_get_sta_count(), 0);
 	EXPECT_EQ(vy_read_listeners(), 0);
-	// The last listener gone with force_listen off: the hooks come off.
+	// The last listener gone with force_listen off: the hooks and the
+	// timer come off, once each.
 	EXPECT_FALSE(vy_host::hooks_registered());
+	EXPECT_FALSE(timer_pending());
+	EXPECT_EQ(count(EventKind::HooksRegistered), 1);
+	EXPECT_EQ(count(EventKind::HooksUnregistered), 1);
 }
 
 // An event record whose VAP name field holds no NUL: the read stops at 16
