@@ -184,11 +184,6 @@ protected:
 		vy_host::settle();
 	}
 
-	static int count(EventKind k)
-	{
-		return static_cast<int>(notes(k).size());
-	}
-
 	/* The total equals the sum of the entries' listeners, and the count
 	 * the number of entries. */
 	static void expect_consistent()

@@ -1,7 +1,6 @@
 // The diagnostics devices' write side and registration: command lines
 // written to either device, the help, the device and sysfs registration
 // with the undo of a failed start, and the sysfs majors.
-#include <random>
 #include <string>
 #include <vector>
 
@@ -168,44 +167,32 @@ TEST_F(DumpCommand, UnreadableUserBytesAreRefused)
 }
 
 /*
- * Every length from 0 to 70, any bytes: each line starts with a head that
- * is, or begins, a command word and goes on with a byte that cannot
- * complete the command (so the line is never a valid command); then the
- * rest is random, NUL and binary included. Lines of 1 to 64 bytes print the
- * help once and return their length; longer ones are refused with the
- * length error (rate limited) and return 0; the empty write returns 0
- * silently. Nothing else changes.
+ * Lines of 1 to 64 bytes that name no command print the help once and
+ * return their length; longer ones are refused with the length error (rate
+ * limited) and return 0; the empty write returns 0 silently. Nothing else
+ * changes. (Lines of arbitrary bytes are the command fuzz target's.)
  */
 TEST_F(DumpCommand, BadLinesOfEveryLengthChangeNothing)
 {
-	const std::string heads[] = {"", "del ", "del sta ", "force_listen ", "debug_level "};
-	std::mt19937 rng(8);
 	const std::vector<int> before = state_now();
 	int length_errors = 0;
 
-	for (const std::string &h : heads)
-		for (size_t len = 0; len <= 70; len++)
-			for (char first : {'z', '#', '\x01', '\xfe'}) {
-				std::string line = h + first;
-				while (line.size() < len)
-					line.push_back(static_cast<char>(rng()));
-				line.resize(len);
-				SCOPED_TRACE("head \"" + h + "\", length " + std::to_string(len));
-
-				vy_host::take_events();
-				EXPECT_EQ(write_cmd(line), len <= 64 ? (long)len : 0);
-				EXPECT_EQ(vy_host::log_lines(VY_LOG_DEFAULT).size(), len && len <= 64 ? 4u : 0u);
-				if (len <= 64)
-					EXPECT_EQ(vy_host::log_lines(0).size(), len ? 4u : 0u);
-				ASSERT_LE(vy_host::log_lines(VY_LOG_ERR).size(), 1u);
-				for (const auto &l : vy_host::log_lines(VY_LOG_ERR)) {
-					EXPECT_NE(l.find("The input length " + std::to_string(len) + " > 64"),
-						  std::string::npos);
-					length_errors++;
-				}
-				vy_host::settle();
-				ASSERT_EQ(state_now(), before);
-			}
+	for (size_t len = 0; len <= 70; len++) {
+		SCOPED_TRACE(len);
+		vy_host::take_events();
+		EXPECT_EQ(write_cmd(std::string(len, 'z')), len <= 64 ? (long)len : 0);
+		EXPECT_EQ(vy_host::log_lines(VY_LOG_DEFAULT).size(), len && len <= 64 ? 4u : 0u);
+		if (len <= 64)
+			EXPECT_EQ(vy_host::log_lines(0).size(), len ? 4u : 0u);
+		ASSERT_LE(vy_host::log_lines(VY_LOG_ERR).size(), 1u);
+		for (const auto &l : vy_host::log_lines(VY_LOG_ERR)) {
+			EXPECT_NE(l.find("The input length " + std::to_string(len) + " > 64"),
+				  std::string::npos);
+			length_errors++;
+		}
+		vy_host::settle();
+		ASSERT_EQ(state_now(), before);
+	}
 	EXPECT_GE(length_errors, 1);
 }
 

@@ -50,13 +50,13 @@ TEST_F(HookWork, ListenerAppearingDuringUnhookRehooksAtOnce)
 		"]:Rehook due to force_listen / listener number change."));
 	EXPECT_TRUE(vy_host::hooks_registered());
 	EXPECT_TRUE(timer_pending());
-	EXPECT_EQ(count(EventKind::HooksRegistered), 2);
+	EXPECT_EQ(notes(EventKind::HooksRegistered).size(), 2u);
 	/* The command also queued a run, which hooks once the first has
 	 * unhooked: two raises end both. */
-	for (int hooks : {3, 3}) {
+	for (size_t hooks : {3u, 3u}) {
 		vy_write_force_listen(0);
 		vy_host::settle();
-		EXPECT_EQ(count(EventKind::HooksRegistered), hooks);
+		EXPECT_EQ(notes(EventKind::HooksRegistered).size(), hooks);
 	}
 	EXPECT_FALSE(vy_host::hooks_registered());
 }
@@ -66,14 +66,14 @@ TEST_F(HookWork, FailedRegistrationIsLoggedAndNeverUnregistered)
 	vy_host::fail_next_hook_registration(-VY_ENOMEM);
 	join(kA);
 	EXPECT_FALSE(vy_host::hooks_registered());
-	EXPECT_EQ(count(EventKind::HookRegistrationFailed), 1);
+	EXPECT_EQ(notes(EventKind::HookRegistrationFailed).size(), 1u);
 	EXPECT_TRUE(vy_host::log_contains("nf_register_net_hooks fails (-12)"));
 	/* The timer still runs, so the station's window can end. */
 	EXPECT_TRUE(timer_pending());
 	/* Releasing the listeners ends the run without an unregistration
 	 * (the host platform aborts on an unmatched one). */
 	leave(kA);
-	EXPECT_EQ(count(EventKind::HooksUnregistered), 0);
+	EXPECT_EQ(notes(EventKind::HooksUnregistered).size(), 0u);
 	/* The next hooking tries again. */
 	join(kB);
 	EXPECT_TRUE(vy_host::hooks_registered());

@@ -56,8 +56,8 @@ TEST_F(StaTable, JoinCreatesEntryWithTwoListenersAndHooksLastLeaveUnhooks)
 	// timer come off, once each.
 	EXPECT_FALSE(vy_host::hooks_registered());
 	EXPECT_FALSE(timer_pending());
-	EXPECT_EQ(count(EventKind::HooksRegistered), 1);
-	EXPECT_EQ(count(EventKind::HooksUnregistered), 1);
+	EXPECT_EQ(notes(EventKind::HooksRegistered).size(), 1u);
+	EXPECT_EQ(notes(EventKind::HooksUnregistered).size(), 1u);
 }
 
 // An event record whose VAP name field holds no NUL: the read stops at 16
