@@ -132,7 +132,16 @@ inline bool timer_pending()
 /* A loaded module at jiffies 1000 (0 would read as "not set"). */
 class ModuleTest : public ::testing::Test {
 protected:
-	void SetUp() override { reload(); }
+	/* A fresh platform and module, with no events yet. */
+	void SetUp() override
+	{
+		unload();
+		vy_host::reset();
+		debug_level = 1;
+		vy_host::advance_to(1000);
+		load();
+		vy_host::take_events();
+	}
 
 	void TearDown() override
 	{
@@ -161,17 +170,6 @@ protected:
 		loaded_ = false;
 	}
 
-	/* A fresh platform and module, with no events yet. */
-	void reload()
-	{
-		unload();
-		vy_host::reset();
-		debug_level = 1;
-		vy_host::advance_to(1000);
-		load();
-		vy_host::take_events();
-	}
-
 	/* Lets the hook work run, which arms the periodic timer: with the
 	 * first join at 1000 its runs fall on multiples of 500. */
 	static void join(const Mac &m, const char *vap = "wlan0")
@@ -184,11 +182,6 @@ protected:
 	{
 		ASSERT_TRUE(vy_host::umac_event(1, m.b, vap));
 		vy_host::settle();
-	}
-
-	static int count(EventKind k)
-	{
-		return static_cast<int>(notes(k).size());
 	}
 
 	/* The total equals the sum of the entries' listeners, and the count

@@ -45,6 +45,8 @@ protected:
 		debug_level = 1;
 		vy_del_all_domain_hlist(&t);
 		EXPECT_EQ(vy_host::live_allocations(), 0);
+		EXPECT_EQ(vy_is_domain_hlist_empty(&t), 1);
+		EXPECT_EQ(t.count, 0u);
 	}
 
 	domain_entry *query(const char *n) { return vy_add_domain_entry(&t, n, len_of(n), 0); }
@@ -75,6 +77,8 @@ TEST_F(DomainList, EmptyNamesAndAliasToItselfAreRefused)
 	EXPECT_EQ(alias("loop.test", "loop.test"), nullptr);
 	EXPECT_EQ(vy_is_domain_hlist_empty(&t), 1);
 	EXPECT_EQ(vy_host::total_allocations(), 0);
+	vy_del_all_domain_hlist(nullptr);
+	EXPECT_EQ(vy_is_domain_hlist_empty(nullptr), 1);
 }
 
 TEST_F(DomainList, AddressesRotateThroughFourSlots)
@@ -253,10 +257,8 @@ TEST_F(DomainList, DeepCopyReversesEachBucket)
 	ASSERT_EQ(vy_copy_domain_hlist(&copy, &t), 0);
 	EXPECT_EQ(copy.count, t.count);
 	EXPECT_EQ(count_entries(copy), count_entries(t));
-	std::vector<std::string> src_order, copy_order;
-	for (vy_hlist_node *p = t.heads[1].first; p; p = p->next)
-		src_order.insert(src_order.begin(),
-				 vy_container_of(p, domain_entry, hlist)->domain);
+	// The source's bucket is newest first: the copy's, oldest first.
+	std::vector<std::string> copy_order;
 	for (vy_hlist_node *p = copy.heads[1].first; p; p = p->next) {
 		domain_entry *c = vy_container_of(p, domain_entry, hlist);
 		domain_entry *s = find(c->domain);
@@ -267,8 +269,7 @@ TEST_F(DomainList, DeepCopyReversesEachBucket)
 		EXPECT_EQ(c->query_time, s->query_time);
 		copy_order.push_back(c->domain);
 	}
-	ASSERT_EQ(src_order.size(), 3u);
-	EXPECT_EQ(copy_order, src_order);
+	EXPECT_EQ(copy_order, same);
 
 	vy_del_all_domain_hlist(&copy);
 	EXPECT_EQ(vy_is_domain_hlist_empty(&copy), 1);
@@ -302,32 +303,12 @@ TEST_F(DomainList, TableHoldsAtMost512Names)
 	EXPECT_EQ(query("extra2.test"), nullptr);
 }
 
-TEST_F(DomainList, DeleteAllFreesEverything)
-{
-	alias("a.test", "b.test");
-	answer("b.test", ip4(1, 2, 3, 4));
-	query("c.test");
-	ASSERT_GT(vy_host::live_allocations(), 0);
-
-	vy_del_all_domain_hlist(&t);
-	EXPECT_EQ(vy_host::live_allocations(), 0);
-	EXPECT_EQ(vy_is_domain_hlist_empty(&t), 1);
-	EXPECT_EQ(t.count, 0u);
-	EXPECT_EQ(find("a.test"), nullptr);
-	vy_del_all_domain_hlist(nullptr);
-	EXPECT_EQ(vy_is_domain_hlist_empty(nullptr), 1);
-	// The table is usable again.
-	EXPECT_NE(query("a.test"), nullptr);
-}
-
 TEST(DomainListBucket, SumsTheDocumentedBytes)
 {
 	// Bytes 0, L/2 and L-1 of a name of length L below 4; bytes 0, 1,
 	// L/2 and L-1 from 4 on.
 	const std::pair<const char *, u32> cases[] = {
-		{"a", (97u * 3) & 3},		       {"ab", (97u + 98 + 98) & 3},
-		{"abc", (97u + 98 + 99) & 3},	       {"abcd", (97u + 98 + 99 + 100) & 3},
-		{"abcdefg", (97u + 98 + 100 + 103) & 3}};
+		{"a", 3}, {"ab", 1}, {"abc", 2}, {"abcd", 2}, {"abcdefg", 2}};
 	for (const auto &c : cases)
 		EXPECT_EQ(vy_domain_bucket(c.first, len_of(c.first)), c.second) << c.first;
 	EXPECT_EQ(vy_domain_bucket("abc", 0), 0u);
