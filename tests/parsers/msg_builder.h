@@ -5,6 +5,7 @@
 #ifndef VY_TEST_MSG_BUILDER_H
 #define VY_TEST_MSG_BUILDER_H
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -19,7 +20,8 @@ using Bytes = std::vector<std::uint8_t>;
 using Ip = std::array<std::uint8_t, 4>;
 using Mac = std::array<std::uint8_t, 6>;
 
-inline Bytes operator+(Bytes a, const Bytes &b)
+/* Concatenation, for messages and for the tests' expected lines. */
+template <class T> std::vector<T> operator+(std::vector<T> a, const std::vector<T> &b)
 {
 	a.insert(a.end(), b.begin(), b.end());
 	return a;
@@ -55,16 +57,7 @@ inline Bytes ptr(std::uint16_t offset)
 		     static_cast<std::uint8_t>(offset & 0xFF)};
 }
 
-/* Labels of a dotted name (possibly empty) ended by a pointer. */
-inline Bytes name_ptr(const std::string &dotted, std::uint16_t offset)
-{
-	return labels(dotted) + ptr(offset);
-}
-
 /* ---- DNS messages ------------------------------------------------------- */
-
-constexpr std::uint16_t kTypeA = 1;
-constexpr std::uint16_t kTypeCname = 5;
 
 class Dns {
 public:
@@ -89,17 +82,13 @@ public:
 		return *this;
 	}
 
-	Dns &question(const Bytes &qname, std::uint16_t qtype = kTypeA)
+	Dns &question(const std::string &dotted, std::uint16_t qtype = 1 /* A */)
 	{
-		body_ = body_ + qname;
+		body_ = body_ + name(dotted);
 		put16(body_, qtype);
 		put16(body_, 1); /* IN */
 		questions_++;
 		return *this;
-	}
-	Dns &question(const std::string &dotted, std::uint16_t qtype = kTypeA)
-	{
-		return question(name(dotted), qtype);
 	}
 
 	/* One resource record; rdlength defaults to the RDATA's size. */
@@ -118,11 +107,7 @@ public:
 	}
 	Dns &a(const Bytes &owner, const Ip &ip)
 	{
-		return record(owner, kTypeA, Bytes(ip.begin(), ip.end()));
-	}
-	Dns &cname(const Bytes &owner, const Bytes &target)
-	{
-		return record(owner, kTypeCname, target);
+		return record(owner, 1 /* A */, Bytes(ip.begin(), ip.end()));
 	}
 
 	/* Bytes appended as they are (a name a pointer will lead to, junk). */
@@ -212,8 +197,7 @@ public:
 	/* Zero bytes up to a total size (the usual padding after END). */
 	Dhcp &pad_to(size_t size)
 	{
-		if (m_.size() < size)
-			m_.resize(size, 0);
+		m_.resize(std::max(m_.size(), size), 0);
 		return *this;
 	}
 

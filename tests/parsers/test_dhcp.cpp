@@ -54,27 +54,17 @@ Dhcp base()
 }
 
 /* The options the parser collects, without END. */
-Dhcp collected(Dhcp d, bool with_requested = true)
+Dhcp collected(Dhcp d)
 {
-	if (with_requested)
-		d.addr_option(kOptRequestedIp, kReq);
-	return d.addr_option(kOptServerId, kSrv).addr_option(kOptRouter, kGw)
-		.addr_option(kOptDns, kDns).hostname("sta1");
+	return d.addr_option(kOptRequestedIp, kReq).addr_option(kOptServerId, kSrv)
+		.addr_option(kOptRouter, kGw).addr_option(kOptDns, kDns).hostname("sta1");
 }
 
 /* A message of a type with them, END and the usual zero padding. */
-Dhcp full(u8 type, bool with_requested = true)
+Dhcp full(u8 type)
 {
-	return collected(base().type(type), with_requested).raw({kOptEnd}).pad_to(300);
+	return collected(base().type(type)).raw({kOptEnd}).pad_to(300);
 }
-
-struct DhcpCase {
-	std::string what;
-	Bytes m;
-	u8 to_wireless;
-	s32 result;
-	Lines out;
-};
 
 Lines size_line(int len)
 {
@@ -87,10 +77,9 @@ Lines wrong_way(const std::string &type, const char *way)
 	return {kDbg + "receive DHCP " + type + " which goes " + way + " a wireless interface."};
 }
 
-const Lines kTypeLen2{kDbg + "invalid dhcp option: MESSAGE_TYPE(53) len = 2 (should be 1)"};
 const std::string h64(64, 'h');
 
-const DhcpCase kRows[] = {
+const Row<Bytes> kRows[] = {
 	/* ---- outcome by type and direction ---- */
 	{"discover", full(DISCOVER).build(), FROM_STA, 0, handed({UNKNOWN, DISCOVER, kReq})},
 	{"discover_to_sta", full(DISCOVER).build(), TO_STA, 0, wrong_way("DISCOVER", "to")},
@@ -98,15 +87,14 @@ const DhcpCase kRows[] = {
 	{"offer_from_sta", full(OFFER).build(), FROM_STA, 0, wrong_way("OFFER", "from")},
 	{"request_with_requested_address", full(REQUEST).build(), FROM_STA, 0,
 	 handed({UNKNOWN, REQUEST, kReq})},
-	{"request_without_requested_address", full(REQUEST, false).build(), FROM_STA, 0,
-	 handed({UNKNOWN, REQUEST, kCi})},
+	{"request_without_requested_address", base().type(REQUEST).hostname("sta1").build(),
+	 FROM_STA, 0, handed({UNKNOWN, REQUEST, kCi, "sta1", k0, k0, k0})},
 	{"request_to_sta", full(REQUEST).build(), TO_STA, 0, wrong_way("REQUEST", "to")},
 	{"ack", full(ACK).build(), TO_STA, 0, handed({OK, ACK, kYi})},
 	/* an ACK without an address answers an INFORM */
 	{"ack_without_address", full(ACK).yiaddr(k0).build(), TO_STA, 0,
 	 handed({INVALID, ACK, k0})},
 	{"ack_from_sta", full(ACK).build(), FROM_STA, 0, wrong_way("ACK", "from")},
-	{"type_200_is_unknown", full(200).build(), FROM_STA, 0, handed({INVALID, 200, kReq})},
 
 	/* ---- size range and cookie ---- */
 	{"size_239", Bytes(239, 1), FROM_STA, -1, size_line(239)},
@@ -115,10 +103,6 @@ const DhcpCase kRows[] = {
 	{"size_552", full(DISCOVER).pad_to(552).build(), FROM_STA, 0,
 	 handed({UNKNOWN, DISCOVER, kReq})},
 	{"size_553", full(DISCOVER).pad_to(553).build(), FROM_STA, -1, size_line(553)},
-	/* options up to the very last byte of the largest message */
-	{"option_ends_at_552",
-	 collected(base().type(DISCOVER)).pad_to(552 - 6).addr_option(kOptRouter, kGw).build(),
-	 FROM_STA, 0, handed({UNKNOWN, DISCOVER, kReq})},
 	{"bad_cookie", full(DISCOVER).cookie({0x63, 0x82, 0x53, 0x64}).build(), FROM_STA, -1,
 	 {kDbg + "not dhcp magic cookie. pkt magic_cookie = 63 82 53 64, "
 		 "dhcp magic_cookie = 63 82 53 63"}},
@@ -131,10 +115,8 @@ const DhcpCase kRows[] = {
 	 TO_STA, 0, handed({UNKNOWN, RELEASE, kReq})},
 	{"type_option_of_length_2_ignored",
 	 collected(base().type(DISCOVER).option(kOptMessageType, {NACK, NACK})).build(), FROM_STA,
-	 0, kTypeLen2 + handed({UNKNOWN, DISCOVER, kReq})},
-	{"only_type_option_of_length_2",
-	 base().option(kOptMessageType, {NACK, NACK}).addr_option(kOptServerId, kSrv).build(),
-	 FROM_STA, 0, kTypeLen2 + handed({INVALID, 0, k0, "", kSrv, k0, k0})},
+	 0, Lines{kDbg + "invalid dhcp option: MESSAGE_TYPE(53) len = 2 (should be 1)"} +
+		    handed({UNKNOWN, DISCOVER, kReq})},
 	/* a last option of length 0 ends exactly at the message end */
 	{"zero_length_last_option", base().type(DISCOVER).option(kOptHostname, {}).build(),
 	 FROM_STA, 0, handed({UNKNOWN, DISCOVER, k0, "", k0, k0, k0})},
@@ -145,15 +127,15 @@ const DhcpCase kRows[] = {
 	 FROM_STA, 0,
 	 Lines{kDbg + "invalid dhcp option: hostname len 65 >= 65"} +
 		 handed({UNKNOWN, DISCOVER, k0, "first", k0, k0, k0})},
+	/* the first router and server listed */
+	{"two_routers_and_servers_give_the_first",
+	 base().type(ACK).option(kOptRouter, {10, 0, 0, 254, 10, 0, 0, 253})
+		 .option(kOptDns, {10, 0, 0, 53, 8, 8, 8, 8}).build(),
+	 TO_STA, 0, handed({OK, ACK, kYi, "", k0, kGw, kDns})},
 	/* a shorter name overwrites the start of the one before */
 	{"shorter_hostname_overwrites_the_start",
 	 base().type(DISCOVER).hostname("abcdef").hostname("xy").build(), FROM_STA, 0,
 	 handed({UNKNOWN, DISCOVER, k0, "xycdef", k0, k0, k0, 2})},
-	{"two_routers_and_servers_give_the_first",
-	 base().type(ACK).option(kOptRouter, {10, 0, 0, 254, 10, 0, 0, 253})
-		 .option(kOptDns, {10, 0, 0, 53, 8, 8, 8, 8}).addr_option(kOptServerId, kSrv)
-		 .hostname("sta1").build(),
-	 TO_STA, 0, handed({OK, ACK, kYi})},
 	/* an address option's first four bytes, whatever its length byte */
 	{"address_option_length_not_examined",
 	 base().type(DISCOVER).raw({kOptRequestedIp, 2, 10, 9, 0, 0, kOptEnd}).build(), FROM_STA,
@@ -168,9 +150,9 @@ const DhcpCase kRows[] = {
 	 FROM_STA, 0, handed({UNKNOWN, DISCOVER, k0, "", k0, k0, k0})},
 };
 
-std::vector<DhcpCase> cases()
+std::vector<Row<Bytes>> cases()
 {
-	std::vector<DhcpCase> v(std::begin(kRows), std::end(kRows));
+	std::vector<Row<Bytes>> v(std::begin(kRows), std::end(kRows));
 
 	/* types followed whichever way they go */
 	const std::pair<u8, u32> both[] = {{DECLINE, UNKNOWN}, {NACK, FAIL}, {RELEASE, UNKNOWN},
@@ -186,9 +168,7 @@ std::vector<DhcpCase> cases()
 	const std::pair<const char *, Bytes> cuts[] = {
 		{"cut_length_byte", {kOptServerId}},
 		{"cut_address", {kOptServerId, 4, 1, 2}},
-		{"cut_address_short_length", {kOptRouter, 1, 1, 2}},
 		{"cut_type_byte", {kOptMessageType, 1}},
-		{"cut_hostname", {kOptHostname, 5, 'a', 'b'}},
 		{"cut_hostname_of_64", {kOptHostname, 64, 'a', 'b'}},
 		{"cut_unknown_option", {77, 10, 1}},
 	};
@@ -206,11 +186,11 @@ std::vector<DhcpCase> cases()
 	return v;
 }
 
-class DhcpMessage : public ParserTest, public ::testing::WithParamInterface<DhcpCase> {};
+class DhcpMessage : public ParserTest, public ::testing::WithParamInterface<Row<Bytes>> {};
 
 TEST_P(DhcpMessage, LogsAndCall)
 {
-	const DhcpCase &c = GetParam();
+	const Row<Bytes> &c = GetParam();
 	const auto h = heap(c.m);
 
 	EXPECT_EQ(vy_parse_dhcp(h.get(), c.m.size(), c.to_wireless), c.result);
@@ -219,12 +199,5 @@ TEST_P(DhcpMessage, LogsAndCall)
 
 INSTANTIATE_TEST_SUITE_P(DhcpMessages, DhcpMessage, ::testing::ValuesIn(cases()),
 			 [](const auto &info) { return info.param.what; });
-
-TEST_F(ParserTest, DhcpRefusesMissingPayload)
-{
-	EXPECT_EQ(vy_parse_dhcp(nullptr, 300, 0), -1);
-	EXPECT_EQ(take_trace(),
-		  Lines{"W vy_parse_dhcp:invalid parameters. (payload = " + ptr(nullptr) + ")"});
-}
 
 } // namespace
