@@ -280,12 +280,15 @@ TEST_F(ParserTest, RefusesMissingArguments)
 	EXPECT_EQ(_vy_parse_dns_domain(nullptr, m.data(), &m.back(), out, &len, 128), nullptr);
 	EXPECT_EQ(_vy_parse_dns_domain(m.data(), nullptr, &m.back(), out, &len, 128), nullptr);
 	EXPECT_EQ(_vy_parse_dns_domain(m.data(), m.data(), &m.back(), out, &len, 0), nullptr);
+	EXPECT_EQ(_vy_parse_dns_domain(m.data(), m.data(), nullptr, out, &len, 128), nullptr);
+	EXPECT_EQ(_vy_parse_dns_domain(m.data(), m.data(), &m.back(), nullptr, &len, 128), nullptr);
+	EXPECT_EQ(_vy_parse_dns_domain(m.data(), m.data(), &m.back(), out, nullptr, 128), nullptr);
 	EXPECT_EQ(vy_parse_dhcp(nullptr, 300, 0), -1);
 	const Lines lines = take_trace();
-	ASSERT_EQ(lines.size(), 7u);
-	for (size_t i = 0; i < 6; i++)
-		EXPECT_EQ(lines[i].rfind(warn[i / 3], 0), 0u) << lines[i];
-	EXPECT_EQ(lines[6], "W vy_parse_dhcp:invalid parameters. (payload = " + ptr(nullptr) + ")");
+	ASSERT_EQ(lines.size(), 10u);
+	for (size_t i = 0; i < 9; i++)
+		EXPECT_EQ(lines[i].rfind(warn[i < 3 ? 0 : 1], 0), 0u) << lines[i];
+	EXPECT_EQ(lines[9], "W vy_parse_dhcp:invalid parameters. (payload = " + ptr(nullptr) + ")");
 }
 
 } // namespace

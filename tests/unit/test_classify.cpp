@@ -85,6 +85,11 @@ TEST_F(Classify, AddressesAndStationMacFollowDirection)
 		EXPECT_EQ(p.info.saddr[i] | p.info.daddr[i], 0);
 	/* The query came from the station: its MAC is the Ethernet source. */
 	EXPECT_TRUE(vy_host::log_contains("Device 02:11:22:33:44:01 does not exist"));
+	/* Either record missing: nothing is read or written. */
+	vy_skb skb = vy_host::make_skb(q.build());
+	pkt_hdrs hdrs;
+	EXPECT_EQ(vy_parse_skb(&skb, nullptr, &p.info, 0), 0);
+	EXPECT_EQ(vy_parse_skb(&skb, &hdrs, nullptr, 0), 0);
 
 	/* A frame towards a station names it by the Ethernet destination;
 	 * a query going that way is ignored by the parser after that. */

@@ -74,6 +74,10 @@ TEST_F(DomainList, EmptyNamesAndAliasToItselfAreRefused)
 	EXPECT_EQ(vy_add_domain_ip(&t, "abc", 0, ip4(1, 2, 3, 4)), nullptr);
 	EXPECT_EQ(vy_reject_domain(&t, "abc", 0, 3), nullptr);
 	EXPECT_EQ(_vy_find_domain(&t, "abc", 0), nullptr);
+	EXPECT_EQ(_vy_find_domain(nullptr, "abc", 3), nullptr);
+	EXPECT_EQ(_vy_find_domain(&t, nullptr, 3), nullptr);
+	EXPECT_EQ(vy_add_domain_cname(nullptr, "a.b", 3, "c.d", 3), nullptr);
+	EXPECT_EQ(vy_add_domain_cname(&t, nullptr, 3, "c.d", 3), nullptr);
 	EXPECT_EQ(alias("loop.test", "loop.test"), nullptr);
 	EXPECT_EQ(vy_is_domain_hlist_empty(&t), 1);
 	EXPECT_EQ(vy_host::total_allocations(), 0);

@@ -98,6 +98,7 @@ TEST(DumpCommandScan, StopsAtTheEndOfTheRangeAndAtANul)
 	EXPECT_EQ(f.mac[0], 0);
 
 	EXPECT_EQ(vy_dump_scan_command_range(nullptr, nullptr, f.cmd, f.arg, f.mac), 0);
+	EXPECT_EQ(vy_dump_scan_command_range(nullptr, tail + 6, f.cmd, f.arg, f.mac), 0);
 	EXPECT_EQ(vy_dump_scan_command(nullptr, f.cmd, f.arg, f.mac), 0);
 }
 
