@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 /* Module start and stop, and the hook work's protocol with the
- * listener total, force_listen and the semaphore. A join while the work
- * listens, which queues a run that hooks again, is the devices scenario's. */
+ * listener total, force_listen and the semaphore. */
 #include <gtest/gtest.h>
 
 #include "support.h"
@@ -28,6 +27,24 @@ TEST_F(HookWork, ForceListenHooksWithoutStationsUntilCleared)
 	vy_host::settle();
 	EXPECT_FALSE(vy_host::hooks_registered());
 	EXPECT_FALSE(timer_pending());
+}
+
+TEST_F(HookWork, JoinWhileListeningQueuesSecondRunThatSleepsHooked)
+{
+	join(kA);
+	join(kB); /* the work is listening: this queues a second run */
+	ASSERT_TRUE(vy_host::umac_event(1, kA.b, "wlan0"));
+	leave(kB);
+	/* The first run unhooked on the raise; the second hooked again and,
+	 * with no raise stored, sleeps hooked with a total of 0. */
+	EXPECT_EQ(notes(EventKind::HooksUnregistered).size(), 1u);
+	EXPECT_EQ(notes(EventKind::HooksRegistered).size(), 2u);
+	EXPECT_TRUE(vy_host::hooks_registered());
+	EXPECT_EQ(vy_read_listeners(), 0);
+
+	vy_write_force_listen(0);
+	vy_host::settle();
+	EXPECT_FALSE(vy_host::hooks_registered());
 }
 
 TEST_F(HookWork, ListenerAppearingDuringUnhookRehooksAtOnce)

@@ -448,6 +448,7 @@ TEST_F(Progress, AllocationFailureSendsWhatWasQueued)
 	EXPECT_TRUE(notes(EventKind::NotifyDhcp, &broken).empty());
 	EXPECT_EQ(snap(broken).dhcp_status, 2u); // the change stays
 	EXPECT_EQ(snap(later).dhcp_status, 0u);	 // not reached in this run
+	EXPECT_TRUE(logged(VY_LOG_ERR, "vy_sta_periodic_update", "kzalloc fails"));
 	EXPECT_TRUE(timer_pending());
 
 	vy_host::advance_to(7500);
