@@ -8,8 +8,9 @@
 #
 #   many_setup N             radios wlan1..N in namespaces st1..stN; hostapd with
 #                            VAPs $VAP_A (SSID veyra-a) and $VAP_B (SSID veyra-b) in br0
-#   st_connect N a|b         associates station N with VAP a or b
-#   st_leave N               leaves and waits until the AP has dropped the station
+#   st_start N a|b           starts (or reconnects) station N's supplicant for VAP a or b
+#   st_leave N               disconnects station N
+#   ap_stations              the MACs associated with either VAP
 #   st_dhcp N CLIENT HOST R  one DHCP exchange with busybox udhcpc or ISC dhclient,
 #                            log $LOADLOG/dhcp-stN.R.log
 #   st_lookup N RES NAMES R  the names (comma-separated) with dig or glibc's
@@ -22,7 +23,13 @@ VAP_B=${AP_IF}_1
 LOADLOG=$RUN/stations
 mkdir -p "$LOADLOG"
 
-stamp() { perl -MTime::HiRes=time -ne 'BEGIN { $| = 1 } printf "%.3f %s", time, $_'; }
+# stamped CMD...: runs CMD with each line of its output stamped as it comes;
+# the stamper is up before CMD starts, so no line waits in a pipe for it.
+stamped() {
+	perl -MTime::HiRes=time -e '$| = 1; my $pid = open(my $in, "-|") // die "fork: $!";
+		if (!$pid) { open(STDERR, ">&", \*STDOUT); exec(@ARGV) or die "exec: $!" }
+		while (<$in>) { printf "%.3f %s", time, $_ } close($in); exit($? >> 8)' "$@"
+}
 st_mac() { ip netns exec "st$1" cat "/sys/class/net/wlan$1/address"; }
 st_ip() { ip netns exec "st$1" ip -4 -o addr show dev "wlan$1" | awk '{ sub(/\/.*/, "", $4); print $4; exit }'; }
 _stwpa() { ip netns exec "st$1" wpa_cli -p "$RUN/stwpa$1" -i "wlan$1" "$2"; }
@@ -65,7 +72,9 @@ CONF
 	wait_for 30 hostapd_cli -p "$HOSTAPD_CTRL" -i "$VAP_B" ping
 }
 
-st_connect() {
+# Nothing here polls per station: dozens of pollers would starve an emulated
+# guest. The caller starts the stations and watches the AP (ap_stations).
+st_start() {
 	if [ -s "$RUN/stwpa$1.pid" ]; then
 		_stwpa "$1" reconnect > /dev/null
 	else
@@ -74,36 +83,33 @@ st_connect() {
 		printf 'ctrl_interface=%s\npassive_scan=1\nnetwork={\n\tssid="veyra-%s"\n\tkey_mgmt=NONE\n\tscan_freq=2412\n}\n' \
 			"$RUN/stwpa$1" "$2" > "$RUN/stwpa$1.conf"
 		ip netns exec "st$1" wpa_supplicant -B -D nl80211 -i "wlan$1" -c "$RUN/stwpa$1.conf" \
-			-P "$RUN/stwpa$1.pid" -f "$LOADLOG/wpa-st$1.log" || return 1
+			-P "$RUN/stwpa$1.pid" -f "$LOADLOG/wpa-st$1.log"
 	fi
-	wait_for 120 sh -c "ip netns exec st$1 wpa_cli -p $RUN/stwpa$1 -i wlan$1 status | grep -q '^wpa_state=COMPLETED$'"
 }
-st_leave() {
-	_m=$(st_mac "$1")
-	_stwpa "$1" disconnect > /dev/null
-	wait_for 60 sh -c "! hostapd_cli -p $HOSTAPD_CTRL -i $VAP_A all_sta | grep -qi '^$_m$' &&
-		! hostapd_cli -p $HOSTAPD_CTRL -i $VAP_B all_sta | grep -qi '^$_m$'"
-}
+st_leave() { _stwpa "$1" disconnect > /dev/null; }
+ap_stations() { for _v in "$VAP_A" "$VAP_B"; do hostapd_cli -p "$HOSTAPD_CTRL" -i "$_v" all_sta; done | grep -iE '^([0-9a-f]{2}:){5}[0-9a-f]{2}$'; }
 
 st_dhcp() {
 	case $2 in
 	udhcpc)
-		ip netns exec "st$1" busybox udhcpc -i "wlan$1" -f -q -n -t 8 -T 3 -x "hostname:$3" -s "$G/udhcpc.script" ;;
+		stamped ip netns exec "st$1" busybox udhcpc -i "wlan$1" -f -q -n -t 8 -T 3 -x "hostname:$3" \
+			-s "$G/udhcpc.script" >> "$LOADLOG/dhcp-st$1.$4.log" ;;
 	dhclient)
 		printf 'send host-name "%s";\n' "$3" > "$RUN/dhclient$1.conf"
 		rm -f "$RUN/dhclient$1.pid"
-		ip netns exec "st$1" dhclient -1 -v -cf "$RUN/dhclient$1.conf" -lf "$RUN/dhclient$1.leases" \
-			-pf "$RUN/dhclient$1.pid" -sf "$G/dhclient.script" "wlan$1"
+		# Once bound, dhclient goes to the background with its output closed.
+		stamped ip netns exec "st$1" dhclient -1 -v -cf "$RUN/dhclient$1.conf" -lf "$RUN/dhclient$1.leases" \
+			-pf "$RUN/dhclient$1.pid" -sf "$G/dhclient.script" "wlan$1" >> "$LOADLOG/dhcp-st$1.$4.log"
 		# No renewal in the middle of a run: the address stays, the client goes.
 		wait_for 10 test -s "$RUN/dhclient$1.pid" && kill "$(cat "$RUN/dhclient$1.pid")" ;;
-	esac 2>&1 | stamp >> "$LOADLOG/dhcp-st$1.$4.log"
+	esac
 	[ -n "$(st_ip "$1")" ]
 }
 
 st_lookup() {
 	_names=$(echo "$3" | tr , ' ')
 	case $2 in
-	dig) ip netns exec "st$1" dig +time=2 +tries=1 @"$NET.1" $_names ;;
-	getent) for _n in $_names; do echo "getent ahosts $_n"; ip netns exec "st$1" getent ahosts "$_n"; done ;;
-	esac 2>&1 | stamp >> "$LOADLOG/dns-st$1.$4.log"
+	dig) stamped ip netns exec "st$1" dig +time=2 +tries=1 @"$NET.1" $_names ;;
+	getent) for _n in $_names; do echo "getent ahosts $_n"; stamped ip netns exec "st$1" getent ahosts "$_n"; done ;;
+	esac >> "$LOADLOG/dns-st$1.$4.log" 2>&1
 }
