@@ -233,16 +233,16 @@ stats() { # stats KIND: median veyra, median client, median and worst |differenc
 	awk -v k="$1" '$1 == k { d = $4 - $5; if (d < 0) d = -d; print $4, $5, d }' "$OUT/latencies" | awk '
 		function med(a, n,  i, j, x) { for (i = 2; i <= n; i++) { x = a[i]; for (j = i - 1; j > 0 && a[j] > x; j--) a[j + 1] = a[j]; a[j + 1] = x } return n ? (n % 2 ? a[(n + 1) / 2] : (a[n / 2] + a[n / 2 + 1]) / 2) : 0 }
 		{ n++; v[n] = $1; c[n] = $2; d[n] = $3; if ($3 > w) w = $3 }
-		END { printf "%d exchanges: veyra median %s ms, client median %s ms; difference median %s ms, worst %s ms\n", n, med(v, n), med(c, n), med(d, n), w + 0 }'
+		END { printf "%d compared: veyra median %s ms, client median %s ms; difference median %s ms, worst %s ms\n", n, med(v, n), med(c, n), med(d, n), w + 0 }'
 }
 t_first=$(ktime 'wlan[0-9]+: associated' | head -n 1)
 t_lastassoc=$(ktime 'wlan[0-9]+: associated' | sed -n "${N}p")
 cat > "$OUT/figures.md" <<FIG
 - Stations onboarded: $(grep '^notify_sta_dhcp .* status=1 ' "$RUN/notes" | awk '{ print $3 }' | sort -u | wc -l) of $N (2 VAPs, $rejoins rejoined, one moved VAP); notifications expected $((2 * (N + rejoins))), received $(wc -l < "$RUN/notes").
-- First to ${N}th association $(awk -v a="$t_first" -v b="$t_lastassoc" 'BEGIN { printf "%.1f", b - a }') s; first association to last outcome $(awk -v a="$t_first" -v b="$t_last" 'BEGIN { printf "%.1f", b - a }') s.
+- The last of the $N associations came $(awk -v a="$t_first" -v b="$t_lastassoc" 'BEGIN { printf "%.1f", b - a }') s after the first; first association to last outcome $(awk -v a="$t_first" -v b="$t_last" 'BEGIN { printf "%.1f", b - a }') s.
 - DHCP latency, veyra against the client's log ($(awk '$1 == "dhcp" { print $3 }' "$OUT/latencies" | sort | uniq -c | awk '{ printf "%s%s %s", s, $1, $2; s = ", " }')): $(stats dhcp).
 - DNS latency, veyra against dig's query time: $(stats dns).
-- Differences over 20 ms (kind, station.round, client, veyra ms, client ms): $(awk '{ d = $4 - $5 } d > 20 || d < -20 { printf "%s%s %s %s %s/%s", s, $1, $2, $3, $4, $5; s = "; " }' "$OUT/latencies").
+- Differences over 20 ms (kind, station.round, client, veyra ms, client ms): $(awk '{ d = $4 - $5 } d > 20 || d < -20 { printf "%s%s %s %s %s/%s", s, $1, $2, $3, $4, $5; s = "; " } END { if (!s) printf "none" }' "$OUT/latencies").
 - Softirq time, the same burst ($(grep -c ' OK ' "$RUN/table") stations x $(wc -l < "$RUN/burst.names") lookups): veyra hooked $(echo "$hooked" | awk '{ print $1 * 10 " ms in " $2 " s" }'), veyra unloaded $(echo "$unloaded" | awk '{ print $1 * 10 " ms in " $2 " s" }').
 - Hooks after the last leave: $( [ "$second_run" = yes ] && echo "a second run hooked with no listener, off after the next raise" || echo "off at once").
 FIG
