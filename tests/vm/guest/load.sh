@@ -66,12 +66,12 @@ sample() {
 	cmp -s "$RUN/d1" "$RUN/d2" || return 0
 	awk -v t="$(uptime_s)" -v h="$(hooks_registered)" -v s="$(($(wc -l < "$RUN/s") - 1))" '
 		/^Current Listeners:/ { cur = $3 } /^STA Number:/ { n = $3 } /^STA: / { b++ } /^Listeners:/ { sum += $2 }
-		END { print t, n, b + 0, s, cur, sum + 0, h }' "$RUN/d1" >> "$OUT/samples"
+		END { print t, n, b + 0, s, cur, sum + 0, h }' "$RUN/d1" >> "$LOADLOG/samples"
 }
 nothing_left() { wait_for 10 hooks_are 0 && [ ! -d /sys/veyra ] && grep -q '^monitors 0$' "$UMAC_COUNTERS"; }
 samples_consistent() {
 	awk '$2 != $3 || $2 != $4 || $5 != $6 || $7 < 0 || $7 > 1 || ($5 > 0 && pc > 0 && $7 != 1) { print; bad = 1 }
-		{ pc = $5 } END { exit bad }' "$OUT/samples"
+		{ pc = $5 } END { exit bad }' "$LOADLOG/samples"
 }
 mac() { awk -v n="$1" '$1 == n { print $2 }' "$RUN/macs"; }
 # A station's arrival once the AP lists it: lease, lookups (after the move, if any).
@@ -152,12 +152,13 @@ check dns_server ip netns exec wired dnsmasq -u root --no-resolv --no-hosts --bi
 	--cname=files.lan,nas.lan --server=/slow.lan/10.99.0.1 --server=/sf.lan/"$NET.2" --dns-forward-max=500 \
 	--log-queries --log-dhcp --log-facility="$LOADLOG/dnsmasq.log" --pid-file="$RUN/dnsmasq-wired.pid"
 check hooktrace_ready hooktrace_start
+check programs_read many_warm
 check load_modules load_veyra
 check device_nodes vy_nodes
 vyc "debug_level 2"
 notes_clear
 klog_mark
-check bridge_started "$BRIDGE" -p "$HOSTAPD_CTRL" -B -P "$RUN/bridge.pid" -l "$OUT/bridge.log" "$VAP_A" "$VAP_B"
+check bridge_started "$BRIDGE" -p "$HOSTAPD_CTRL" -B -P "$RUN/bridge.pid" -l "$LOADLOG/bridge.log" "$VAP_A" "$VAP_B"
 (while [ ! -e "$RUN/sampler.stop" ]; do sample; sleep 2; done) &
 
 phase load_arrivals
