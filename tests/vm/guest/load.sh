@@ -61,12 +61,13 @@ header() { vyread dump | awk -v k="$1:" '$0 ~ "^" k { print $NF; exit }'; }
 header_is() { [ "$(header "$1")" = "$2" ]; }
 nnotes() { notes | wc -l; }
 ktime() { tail -n +"$((KLOG_MARK + 1))" "$KMSG" | grep -E "$1" | sed 's/^<[0-9]*>\[ *\([0-9.]*\)\].*/\1/'; }
-# One sample: the dump twice around the summary; when both dumps are the same
-# nothing moved meanwhile and the counts must agree.
+# One sample: the hooks, the dump twice around the summary, the hooks again;
+# when nothing moved meanwhile the counts and the hooks must agree.
 sample() {
+	_h=$(hooks_registered)
 	flock "$RUN/dev.lock" sh -c "cat /dev/vy_dump > $RUN/d1 && cat /dev/vy_summary > $RUN/s && cat /dev/vy_dump > $RUN/d2" 2>/dev/null || return 0
-	cmp -s "$RUN/d1" "$RUN/d2" || return 0
-	awk -v t="$(uptime_s)" -v h="$(hooks_registered)" -v s="$(($(wc -l < "$RUN/s") - 1))" '
+	cmp -s "$RUN/d1" "$RUN/d2" && [ "$(hooks_registered)" = "$_h" ] || return 0
+	awk -v t="$(uptime_s)" -v h="$_h" -v s="$(($(wc -l < "$RUN/s") - 1))" '
 		/^Current Listeners:/ { cur = $3 } /^STA Number:/ { n = $3 } /^STA: / { b++ } /^Listeners:/ { sum += $2 }
 		END { print t, n, b + 0, s, cur, sum + 0, h }' "$RUN/d1" >> "$LOADLOG/samples"
 }
