@@ -13,8 +13,11 @@
 #                    against (make vm-debug): no headers package then.
 set -eu
 
+# isc-dhcp-client and perl: the second DHCP client family and the log stamps
+# of the many-station load (make vm-load).
 PKGS="qemu-system-x86 hostapd wpasupplicant dnsmasq-base busybox iw tcpdump
-iproute2 dnsutils kmod cpio gzip wireless-regdb util-linux procps make gcc"
+iproute2 dnsutils kmod cpio gzip wireless-regdb util-linux procps make gcc
+isc-dhcp-client perl"
 
 as_root() {
 	if [ "$(id -u)" -eq 0 ]; then "$@"
