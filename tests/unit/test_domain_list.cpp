@@ -229,58 +229,6 @@ TEST_F(DomainList, TimeoutAggregationAndExpiryBoundaries)
 	}
 }
 
-TEST_F(DomainList, ExpiryUnlinksFromCircle)
-{
-	alias("old.test", "mid.test");
-	answer("mid.test", ip4(5, 5, 5, 1)); // both answered at 1000
-	vy_host::advance_to(20000);
-	domain_entry *mid = alias("mid.test", "new.test"); // "old" goes stale
-	ASSERT_NE(mid, nullptr);
-	vy_host::advance_to(31001);
-	pass();
-	EXPECT_EQ(find("old.test"), nullptr);
-	EXPECT_EQ(circle_of(mid), (std::vector<std::string>{"mid.test", "new.test"}));
-	answer("new.test", ip4(5, 5, 5, 5)); // walks the circle: must not touch "old"
-	EXPECT_EQ(mid->ip_num, 2);
-}
-
-TEST_F(DomainList, DeepCopyReversesEachBucket)
-{
-	std::vector<std::string> same;
-	for (int i = 0; same.size() < 3; i++) {
-		std::string n = "h" + std::to_string(i) + ".test";
-		if (vy_domain_bucket(n.data(), len_of(n.c_str())) == 1)
-			same.push_back(n);
-	}
-	for (const auto &n : same)
-		answer(n.c_str(), ip4(10, 1, 1, 1));
-	ASSERT_NE(vy_domain_bucket("alias.test", 10), 1u);
-	alias(same[0].c_str(), "alias.test");
-
-	domain_hlist copy;
-	ASSERT_EQ(vy_copy_domain_hlist(&copy, &t), 0);
-	EXPECT_EQ(copy.count, t.count);
-	EXPECT_EQ(count_entries(copy), count_entries(t));
-	// The source's bucket is newest first: the copy's, oldest first.
-	std::vector<std::string> copy_order;
-	for (vy_hlist_node *p = copy.heads[1].first; p; p = p->next) {
-		domain_entry *c = vy_container_of(p, domain_entry, hlist);
-		domain_entry *s = find(c->domain);
-		ASSERT_NE(s, nullptr);
-		EXPECT_NE(c, s);
-		EXPECT_EQ(c->ips[0], s->ips[0]);
-		EXPECT_EQ(c->latency, s->latency);
-		EXPECT_EQ(c->query_time, s->query_time);
-		copy_order.push_back(c->domain);
-	}
-	EXPECT_EQ(copy_order, same);
-
-	vy_del_all_domain_hlist(&copy);
-	EXPECT_EQ(vy_is_domain_hlist_empty(&copy), 1);
-	// The source's circle survives the copy's release.
-	EXPECT_EQ(circle_of(find(same[0].c_str())).size(), 2u);
-}
-
 TEST_F(DomainList, TableHoldsAtMost512Names)
 {
 	for (int i = 0; i < VY_DOMAIN_MAX_ENTRIES; i++)

@@ -140,21 +140,6 @@ TEST_F(DumpCommand, EachCommandAndItsPrefixes)
 	}
 }
 
-TEST_F(DumpCommand, DebugLevelZeroLeavesOnlyErrors)
-{
-	EXPECT_EQ(write_cmd("debug_level 0"), 13);
-	vy_host::take_events();
-	// Notices and warnings of the station table are silent now, errors
-	// still print.
-	const Mac c = mac_of(0, 0x33);
-	ASSERT_TRUE(vy_host::umac_event(0, c.b, "wlan0"));
-	EXPECT_EQ(write_cmd("del sta 02:00:00:00:00:33"), 25);
-	EXPECT_FALSE(has_sta(c));
-	write_cmd(std::string(65, 'x'));
-	EXPECT_EQ(vy_host::log_lines().size(), 1u);
-	EXPECT_EQ(vy_host::log_lines(VY_LOG_ERR).size(), 1u);
-}
-
 TEST_F(DumpCommand, UnreadableUserBytesAreRefused)
 {
 	vy_host::fail_at(vy_host::FAIL_COPY_FROM_USER);
