@@ -229,6 +229,21 @@ TEST_F(DomainList, TimeoutAggregationAndExpiryBoundaries)
 	}
 }
 
+TEST_F(DomainList, ExpiryUnlinksFromCircle)
+{
+	alias("old.test", "mid.test");
+	answer("mid.test", ip4(5, 5, 5, 1)); // both answered at 1000
+	vy_host::advance_to(20000);
+	domain_entry *mid = alias("mid.test", "new.test"); // "old" goes stale
+	ASSERT_NE(mid, nullptr);
+	vy_host::advance_to(31001);
+	pass();
+	EXPECT_EQ(find("old.test"), nullptr);
+	EXPECT_EQ(circle_of(mid), (std::vector<std::string>{"mid.test", "new.test"}));
+	answer("new.test", ip4(5, 5, 5, 5)); // walks the circle: must not touch "old"
+	EXPECT_EQ(mid->ip_num, 2);
+}
+
 TEST_F(DomainList, TableHoldsAtMost512Names)
 {
 	for (int i = 0; i < VY_DOMAIN_MAX_ENTRIES; i++)
