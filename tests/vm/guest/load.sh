@@ -86,11 +86,12 @@ arrive() { # arrive N VAP CLIENT RESOLVER THEN NAMES ROUND
 	st_lookup "$1" "$4" "$6" "$7"
 }
 # onboard ROUND FILE: the stations of FILE (table lines) start within a few
-# seconds; one watcher starts each one's arrival as soon as the AP lists it.
+# seconds; meanwhile one watcher starts each one's arrival as soon as the AP
+# lists it (not once all have started: that took up to 40 s, past the first
+# ones' listening windows).
 onboard() {
-	while read -r n v rest; do st_start "$n" "$v"; sleep 0.2; done < "$2"
 	awk 'NR == FNR { m[$1] = $2; next } { print m[$1], $0 }' "$RUN/macs" "$2" > "$RUN/waiting"
-	_p= _t=300
+	(while read -r n v rest; do st_start "$n" "$v"; sleep 0.2; done < "$2") & _p=$! _t=300
 	while [ -s "$RUN/waiting" ] && [ "$_t" -gt 0 ]; do
 		ap_stations | tr A-F a-f > "$RUN/at-ap"
 		grep -F -f "$RUN/at-ap" "$RUN/waiting" > "$RUN/go"
