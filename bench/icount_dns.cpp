@@ -22,6 +22,7 @@
 
 #include "dns_corpus.h"
 #include "dns_peers.h"
+#include "icount_main.h"
 #include "noop_sta.h"
 #include "vy_dns.h"
 
@@ -75,14 +76,9 @@ using Pass = dns_peers::Totals (*)(const dns_corpus::Corpus &);
 
 int main(int argc, char **argv)
 {
-	if (argc != 2) {
-		std::fprintf(stderr, "usage: %s OUT.json (under callgrind)\n", argv[0]);
+	std::FILE *out = icount::open_output(argc, argv);
+	if (!out)
 		return 2;
-	}
-	if (!RUNNING_ON_VALGRIND) {
-		std::fprintf(stderr, "%s: counts nothing outside callgrind\n", argv[0]);
-		return 2;
-	}
 	const dns_corpus::Corpus c = dns_corpus::build();
 	const struct {
 		const char *name;
@@ -94,11 +90,6 @@ int main(int argc, char **argv)
 	};
 
 	ares_library_init(ARES_LIB_INIT_ALL);
-	FILE *out = std::fopen(argv[1], "w");
-	if (!out) {
-		std::perror(argv[1]);
-		return 1;
-	}
 	std::fprintf(out, "{\"messages\": %zu, \"passes\": %d, \"parsers\": [",
 		     c.messages.size(), kPasses);
 	int status = 0;

@@ -24,6 +24,7 @@
 #include <valgrind/callgrind.h>
 
 #include "bench_util.h"
+#include "icount_main.h"
 #include "ignored_frames.h"
 
 namespace {
@@ -64,19 +65,9 @@ unsigned floor_pass(std::vector<vy_skb> &batch, const vy_hook_state &hs)
 
 int main(int argc, char **argv)
 {
-	if (argc != 2) {
-		std::fprintf(stderr, "usage: %s OUT.json (under callgrind)\n", argv[0]);
+	std::FILE *out = icount::open_output(argc, argv);
+	if (!out)
 		return 2;
-	}
-	if (!RUNNING_ON_VALGRIND) {
-		std::fprintf(stderr, "%s: counts nothing outside callgrind\n", argv[0]);
-		return 2;
-	}
-	FILE *out = std::fopen(argv[1], "w");
-	if (!out) {
-		std::perror(argv[1]);
-		return 1;
-	}
 	std::fprintf(out, "{\"frames\": %d, \"passes\": %d, \"benchmarks\": [",
 		     ignored::kBatch, kPasses);
 	int status = 0;
