@@ -129,7 +129,10 @@ TEST_F(DumpRead, ReadsOf350BytesOrFewerReturnNothingAndDoNotStartThePass)
 	EXPECT_EQ(d.read(351), status(true, 2));
 	EXPECT_EQ(d.read(350), "");
 	EXPECT_EQ(d.read(351), fresh("0.0.0.0"));
-	EXPECT_EQ(d.read(400), domain_line("n0.example", "(latency: 0 ms)"));
+	// A line of 90 bytes leaves exactly 350 free: room for one more.
+	const std::string two = d.read(440);
+	EXPECT_EQ(two.substr(0, 90), domain_line("n0.example", "(latency: 0 ms)"));
+	EXPECT_EQ(two.size(), 180u);
 }
 
 TEST_F(DumpRead, DomainLinesResumeAcrossSmallReadsWithoutLossOrRepetition)
