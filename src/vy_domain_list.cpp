@@ -94,7 +94,7 @@ static void _vy_add_domain_ip_mapping(domain_entry *e, u32 ip)
 {
 	bool found = false;
 
-	for (u8 i = 0; i < e->ip_num && i < VY_DOMAIN_MAX_IPS; i++) {
+	for (u8 i = 0; i < e->ip_num; i++) {
 		if (e->ips[i] == ip) {
 			found = true;
 			break;
@@ -336,14 +336,14 @@ void vy_del_all_domain_hlist(domain_hlist *table)
 	if (!table)
 		return;
 	/* Circles are left alone: their members all die with the table, and a
-	 * deep copy's links still point into the live table. */
+	 * deep copy's links still point into the live table. Nor is a node
+	 * unlinked before its free: the heads are reset below. */
 	for (u32 b = 0; b < VY_DOMAIN_BUCKETS; b++) {
 		vy_hlist_node *n = table->heads[b].first;
 
 		while (n) {
 			vy_hlist_node *next = n->next;
 
-			vy_hlist_del(n);
 			vy_plat_free(vy_entry_of_node(n));
 			n = next;
 		}

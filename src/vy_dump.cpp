@@ -669,9 +669,6 @@ extern "C" long vy_dump_dev_write(struct vy_file *f, const void *ubuf,
 	not_copied = vy_plat_copy_from_user(line, ubuf, count);
 	line[count] = '\0';
 	if (not_copied) {
-		if (not_copied > count)
-			not_copied = count;
-		vy_memset(line + count - not_copied, 0, not_copied);
 		vy_err("copy_from_user error\n");
 		return -VY_EFAULT;
 	}
