@@ -251,7 +251,6 @@ static u32 vy_parse_dns_query(const u8 *buff, dns_query *query,
 			      const u8 *end)
 {
 	const u8 *p = buff;
-	u32 room = 0;
 	bool dropped = false;
 	bool ptr_like = false;
 
@@ -281,18 +280,13 @@ static u32 vy_parse_dns_query(const u8 *buff, dns_query *query,
 		/* Leading labels only: once one does not fit in the 127
 		 * characters, it and all after it are dropped. */
 		ptr_like |= (l & VY_DNS_PTR_MASK) == VY_DNS_PTR_MASK;
-		if (room + l > VY_DNS_NAME_SIZE - 2) {
-			room = VY_DNS_NAME_SIZE - 1;
+		if (dropped || query->name_len + l > VY_DNS_NAME_SIZE - 2) {
 			dropped = true;
 		} else {
-			if (query->name_len != 0) {
-				query->name[query->name_len] = '.';
-				query->name_len++;
-				room++;
-			}
+			if (query->name_len != 0)
+				query->name[query->name_len++] = '.';
 			vy_memcpy(query->name + query->name_len, p + 1, l);
 			query->name_len += l;
-			room += l;
 		}
 		p += 1 + l;
 	}
