@@ -90,7 +90,9 @@ vy_skb make_skb(const std::vector<std::uint8_t> &frame, std::size_t linear)
 	skb.data = frame;
 	skb.mac_header = 0;
 	skb.tail = (std::uint32_t)(linear < frame.size() ? linear : frame.size());
-	skb.len = (std::uint32_t)frame.size();
+	/* At both bridge hooks the Ethernet header is already pulled:
+	 * skb->len counts from the network header. */
+	skb.len = (std::uint32_t)(frame.size() > 14 ? frame.size() - 14 : 0);
 	/* The linear part is all the buffer holds: ASan sees any read past it. */
 	skb.data.resize(skb.tail);
 	skb.data.shrink_to_fit();

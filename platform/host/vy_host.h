@@ -131,7 +131,8 @@ void dev_set_master(vy_dev *dev, vy_dev *master);
 vy_dev *dev_find(const std::string &name);
 
 /* A socket buffer holding frame; the linear data are its first linear
- * bytes (all of it when linear is SIZE_MAX), len is the frame's size. */
+ * bytes (all of it when linear is SIZE_MAX), len is the frame's size
+ * after its Ethernet header, as a bridge hook sees it. */
 vy_skb make_skb(const std::vector<std::uint8_t> &frame,
 		std::size_t linear = SIZE_MAX);
 

@@ -191,7 +191,7 @@ TEST_F(Classify, MalformedLengths)
 		{Udp4{}.build(), 14 + 19, "error ip header", 0},
 		{Udp4{}.build(), 14 + 20 + 7, "error udp header", 0},
 		{short_total.build(), SIZE_MAX,
-		 "udp payload len (-8) is greater than skb len(42)", 0},
+		 "udp payload len (-8) is greater than skb len(28)", 0},
 		{dhcp300.build(), 14 + 20 + 8 + 200, "dhcp_len = 200,", 1},
 	};
 	debug_level = 4;
