@@ -83,6 +83,17 @@ const std::string ab = a63 + "." + b63, xy = x60 + "." + y60;
  */
 const Lines kBadQuestion{"W vy_parse_dns_pkt:dns query parsing failed"}, kBadRecord{kBadName[1]};
 
+/* A chain of n links "a", "b", ... each a label and a pointer to the next,
+ * the last pointing to the name "end"; the chain starts at offset base. */
+Bytes chain(size_t n, size_t base = 0)
+{
+	Bytes m;
+
+	for (size_t i = 0; i < n; i++)
+		m = m + labels(std::string(1, char('a' + i))) + ptr(static_cast<u16>(base + 4 * (i + 1)));
+	return m + name("end");
+}
+
 const Row<Dns> kCases[] = {
 	/* ---- size, header and direction ---- */
 	{"header_only", Dns(), 0, -1, {"D vy_parse_dns:invalid dns body length = 0"}},
@@ -129,6 +140,12 @@ const Row<Dns> kCases[] = {
 	{"owner_pointing_at_a_cut_alias_target",
 	 reply().record(kAtQ, 5, name(xy + "." + std::string(10, 'z'))).a(ptr(45), kIp1), 1, 0,
 	 cut(xy, "121 + 10 + 1") + C(www, xy) + cut(xy, "121 + 10 + 1") + A(xy, kIp1)},
+	/* nor when it took 16 pointers: the owner's pointer is a 17th (a TXT
+	 * record holds the chain) */
+	{"owner_pointing_at_an_alias_target_of_16_pointers",
+	 reply().record(kAtQ, 16, chain(15, 45)).record(kAtQ, 5, labels("x") + ptr(45)).a(ptr(122), kIp1), 1, 0,
+	 Lines{"D vy_parse_dns_answer:ignore dns type 16"} + C(www, "x.a.b.c.d.e.f.g.h.i.j.k.l.m.n.o.end") +
+		 corrupt("{@0}", 105) + Lines(10, kNested) + kBadName},
 	/* a label of 64 whose first byte is 12 is no pointer to the question */
 	{"owner_label_that_reads_as_the_question_offset",
 	 reply().a(Bytes{64, 12} + Bytes(63, 'x') + Bytes{0}, kIp1), 1, 0,
@@ -186,17 +203,6 @@ struct DomainCase {
 	u16 len;
 	Lines logs; /* with the placeholders of expand() */
 };
-
-/* A chain of n links "a", "b", ... each a label and a pointer to the next,
- * the last pointing to the name "end". */
-Bytes chain(size_t n)
-{
-	Bytes m;
-
-	for (size_t i = 0; i < n; i++)
-		m = m + labels(std::string(1, char('a' + i))) + ptr(static_cast<u16>(4 * (i + 1)));
-	return m + name("end");
-}
 
 const DomainCase kNames[] = {
 	{"pointer_after_labels", name("example.com") + labels("www") + ptr(0), 13, {}, 128, 19,
