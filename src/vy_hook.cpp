@@ -390,9 +390,9 @@ static inline bool vy_skb_quietly_ignored(const vy_skb_view &v)
 static __attribute__((noinline)) void vy_br_parse(vy_skb *skb, s32 r,
 						  const vy_skb_view &v)
 {
-	/* Zero when handed on: nobody else ever sees them. */
-	pkt_hdrs hdrs = {};
-	pkt_info info = {};
+	/* vy_parse_skb clears both before it fills them. */
+	pkt_hdrs hdrs;
+	pkt_info info;
 
 	vy_parse_skb(skb, &hdrs, &info, r == 2 ? 1 : 0, v);
 }
